@@ -1,0 +1,69 @@
+// The process-wide pool of small file numbers (1 to 511) mapped to open descriptors.
+//
+// A number is taken with TakeFreeNumber and stays reserved for its taker until
+// ReleaseNumber, across any number of Open/Close cycles. The pool is guarded by a mutex
+// and may be used from several threads. Closing a number that is not open is harmless.
+// Reads and writes are positioned (pread/pwrite) at 1-based byte positions; a read past
+// the end returns what is there, zero-filled to the length asked.
+//
+// Every failure raises a Fault: 52 for a number that is not open or out of range,
+// 53 for a missing file opened read-only, 61 for a full disk, 70 for a lock held
+// elsewhere, 75 for other access errors, 63 for a position below 1.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace tqdb::platform {
+
+using FileNo = int16_t;
+
+enum class OpenMode {
+  Binary,    // read and write; the file is created when missing
+  ReadOnly,  // read only; Fault 53 when the file is missing
+  Truncate,  // read and write; created or emptied
+};
+
+FileNo TakeFreeNumber();           // reserves the lowest free number; Fault 67 when none
+void ReleaseNumber(FileNo Number);  // closes (if open) and frees the number
+
+// Opens Name on Number (closing whatever Number held). Name is resolved by ResolvePath.
+void Open(FileNo Number, std::string_view Name, OpenMode Mode = OpenMode::Binary);
+void Close(FileNo Number);  // harmless when not open; the number stays reserved
+bool IsOpen(FileNo Number);
+// The name the file was opened with (as given to Open).
+std::string OpenName(FileNo Number);
+
+int64_t Length(FileNo Number);
+// Reads Out.size() bytes at 1-based Position; bytes past the end are zero.
+void ReadAt(FileNo Number, int64_t Position, std::span<uint8_t> Out);
+std::string ReadAt(FileNo Number, int64_t Position, int64_t Count);
+void WriteAt(FileNo Number, int64_t Position, std::span<const uint8_t> Bytes);
+void WriteAt(FileNo Number, int64_t Position, std::string_view Bytes);
+void Truncate(FileNo Number, int64_t Length);
+void Sync(FileNo Number);
+
+// Byte-range locks on open file descriptions (F_OFD_SETLK): two descriptors exclude each
+// other whether they belong to one process or two, and closing one descriptor never drops
+// another's locks. First and Last are 1-based inclusive positions; Last = kToEnd locks to
+// infinity. A range held elsewhere fails at once with Fault 70; nothing waits.
+inline constexpr int64_t kToEnd = -1;
+void LockRange(FileNo Number, int64_t First, int64_t Last, bool Exclusive = true);
+void UnlockRange(FileNo Number, int64_t First, int64_t Last);
+
+// Presence lock: every open table holds a shared lock on one byte far beyond any record
+// (offset 2^62) of its data file; exclusive use is checked by asking for a write lock on it.
+void HoldPresence(FileNo Number);             // shared lock on the presence byte
+bool TryExclusivePresence(FileNo Number);      // write lock; false when another holds it
+void DropPresence(FileNo Number);
+
+// Counters of system calls made through the pool, for benchmarks and tests.
+struct IoCounters {
+  uint64_t Reads = 0, Writes = 0, Locks = 0, Opens = 0;
+};
+IoCounters GetIoCounters();
+void ResetIoCounters();
+
+}  // namespace tqdb::platform
