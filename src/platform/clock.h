@@ -9,7 +9,7 @@ namespace tqdb::platform {
 // Seconds since local midnight, with fractions (the system's Timer).
 double Timer();
 void SleepMilliseconds(int32_t Milliseconds);
-// $TMPDIR or "/tmp/", always with a trailing "/".
+// $TMPDIR or "/tmp/", always with a trailing "/", as a Windows-1252 name like every other.
 std::string TempDirectory();
 // The current local date and time formatted with the archive pattern " yyyy-MM-dd HH mm ss ".
 std::string ArchiveTimestamp();

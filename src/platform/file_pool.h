@@ -26,7 +26,7 @@ enum class OpenMode {
   Truncate,  // read and write; created or emptied
 };
 
-FileNo TakeFreeNumber();           // reserves the lowest free number; Fault 67 when none
+FileNo TakeFreeNumber();            // reserves the lowest free number; Fault 67 when none
 void ReleaseNumber(FileNo Number);  // closes (if open) and frees the number
 
 // Opens Name on Number (closing whatever Number held). Name is resolved by ResolvePath.
@@ -51,12 +51,29 @@ void Sync(FileNo Number);
 // infinity. A range held elsewhere fails at once with Fault 70; nothing waits.
 inline constexpr int64_t kToEnd = -1;
 void LockRange(FileNo Number, int64_t First, int64_t Last, bool Exclusive = true);
+// Unlocking a range that is not locked is harmless.
 void UnlockRange(FileNo Number, int64_t First, int64_t Last);
+
+// Holds a range lock for a scope: locks in the constructor (raising as LockRange does),
+// unlocks in the destructor (ignoring a number closed meanwhile, which dropped the lock).
+class ScopedRangeLock {
+ public:
+  ScopedRangeLock(FileNo Number, int64_t First, int64_t Last, bool Exclusive = true);
+  ~ScopedRangeLock();
+  ScopedRangeLock(const ScopedRangeLock&) = delete;
+  ScopedRangeLock& operator=(const ScopedRangeLock&) = delete;
+
+ private:
+  FileNo number_;
+  int64_t first_, last_;
+};
 
 // Presence lock: every open table holds a shared lock on one byte far beyond any record
 // (offset 2^62) of its data file; exclusive use is checked by asking for a write lock on it.
-void HoldPresence(FileNo Number);             // shared lock on the presence byte
-bool TryExclusivePresence(FileNo Number);      // write lock; false when another holds it
+void HoldPresence(FileNo Number);  // shared lock on the presence byte
+// Write lock on the presence byte; false when another descriptor holds it. A descriptor
+// that holds the shared lock itself converts it; HoldPresence converts it back.
+bool TryExclusivePresence(FileNo Number);
 void DropPresence(FileNo Number);
 
 // Counters of system calls made through the pool, for benchmarks and tests.

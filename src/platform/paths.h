@@ -27,7 +27,8 @@ bool DirectoryExists(std::string_view Name);  // a directory
 void DeleteFile(std::string_view Name);
 // Renames a file (replacing the target); raises a Fault on failure.
 void RenameFile(std::string_view From, std::string_view To);
-// Creates one directory; raises a Fault on failure (75 when it exists as a file).
+// Creates one directory; raises a Fault on failure (75 when the name exists already, as a
+// file or a directory; 76 when its parent is missing).
 void MakeDirectory(std::string_view Name);
 // Length in bytes of a file by name; raises Fault 53 when it does not exist.
 int64_t FileLengthByName(std::string_view Name);

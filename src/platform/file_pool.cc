@@ -1,0 +1,331 @@
+// The process-wide file-number pool, positioned I/O and byte-range locks.
+//
+// The table of numbers is guarded by one mutex; the mutex is held only to look up or
+// change a slot, never during I/O, so threads working on different files do not wait
+// for each other. A number must not be closed by one thread while another uses it.
+#include "platform/file_pool.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <limits>
+#include <mutex>
+
+#include "platform/fault.h"
+#include "platform/paths.h"
+
+namespace tqdb::platform {
+namespace {
+
+constexpr FileNo kFirstNumber = 1;
+constexpr FileNo kLastNumber = 511;
+constexpr off_t kPresenceOffset = off_t{1} << 62;
+
+struct Slot {
+  bool Reserved = false;
+  int Fd = -1;
+  std::string Name;
+};
+
+struct Pool {
+  std::mutex Mutex;
+  std::array<Slot, kLastNumber + 1> Slots;  // element 0 is spare
+};
+
+Pool& ThePool() {
+  static Pool Instance;
+  return Instance;
+}
+
+std::atomic<uint64_t> ReadCount{0}, WriteCount{0}, LockCount{0}, OpenCount{0};
+
+bool InRange(FileNo Number) { return Number >= kFirstNumber && Number <= kLastNumber; }
+
+// The descriptor open on Number; Fault 52 when none.
+int FdOf(FileNo Number) {
+  if (!InRange(Number)) throw Fault(kBadFileNumber);
+  Pool& P = ThePool();
+  std::lock_guard Lock(P.Mutex);
+  const int Fd = P.Slots[Number].Fd;
+  if (Fd < 0) throw Fault(kBadFileNumber);
+  return Fd;
+}
+
+// The 0-based offset of a 1-based Position for an access of Count bytes; Fault 63 when
+// the position is below 1 or the access would run beyond the largest offset.
+off_t OffsetOf(int64_t Position, size_t Count) {
+  if (Position < 1) throw Fault(kBadRecordNumber);
+  const auto Max = std::numeric_limits<int64_t>::max();
+  if (Count > static_cast<uint64_t>(Max) || Position - 1 > Max - static_cast<int64_t>(Count)) {
+    throw Fault(kBadRecordNumber);
+  }
+  return static_cast<off_t>(Position - 1);
+}
+
+int OpenFlags(OpenMode Mode) {
+  switch (Mode) {
+    case OpenMode::ReadOnly:
+      return O_RDONLY;
+    case OpenMode::Truncate:
+      return O_RDWR | O_CREAT | O_TRUNC;
+    case OpenMode::Binary:
+      break;
+  }
+  return O_RDWR | O_CREAT;
+}
+
+int OpenDescriptor(const std::string& Path, OpenMode Mode) {
+  int Fd;
+  do {
+    Fd = ::open(Path.c_str(), OpenFlags(Mode) | O_CLOEXEC, 0666);
+  } while (Fd < 0 && errno == EINTR);
+  // A file that may only be read is still opened in binary mode, for reading.
+  if (Fd < 0 && Mode == OpenMode::Binary && (errno == EACCES || errno == EROFS)) {
+    Fd = ::open(Path.c_str(), O_RDONLY | O_CLOEXEC);
+  }
+  if (Fd < 0) {
+    const int Error = errno;
+    // ENOENT while creating means a missing directory.
+    if (Error == ENOENT && Mode != OpenMode::ReadOnly) throw Fault(kPathNotFound);
+    throw Fault(FaultNumberFromErrno(Error));
+  }
+  struct stat Info;
+  if (::fstat(Fd, &Info) == 0 && S_ISDIR(Info.st_mode)) {
+    ::close(Fd);
+    throw Fault(kPathFileAccess);
+  }
+  return Fd;
+}
+
+int FcntlLock(int Fd, short Type, off_t Start, off_t Length) {
+  struct flock Lock;
+  std::memset(&Lock, 0, sizeof Lock);  // l_pid must be 0 for open-file-description locks
+  Lock.l_type = Type;
+  Lock.l_whence = SEEK_SET;
+  Lock.l_start = Start;
+  Lock.l_len = Length;
+  ++LockCount;
+  int Result;
+  do {
+    Result = ::fcntl(Fd, F_OFD_SETLK, &Lock);
+  } while (Result != 0 && errno == EINTR);
+  return Result == 0 ? 0 : errno;
+}
+
+bool IsConflict(int Error) { return Error == EAGAIN || Error == EACCES; }
+
+// Start and length (0 = to infinity) of the 1-based inclusive range First..Last.
+void RangeOf(int64_t First, int64_t Last, off_t& Start, off_t& Length) {
+  if (First < 1) throw Fault(kBadRecordNumber);
+  if (Last != kToEnd && Last < First) throw Fault(kInvalidCall);
+  Start = static_cast<off_t>(First - 1);
+  Length = Last == kToEnd ? 0 : static_cast<off_t>(Last - First + 1);
+}
+
+}  // namespace
+
+FileNo TakeFreeNumber() {
+  Pool& P = ThePool();
+  std::lock_guard Lock(P.Mutex);
+  for (FileNo Number = kFirstNumber; Number <= kLastNumber; ++Number) {
+    if (!P.Slots[Number].Reserved) {
+      P.Slots[Number].Reserved = true;
+      return Number;
+    }
+  }
+  throw Fault(kTooManyFiles);
+}
+
+void ReleaseNumber(FileNo Number) {
+  if (!InRange(Number)) return;
+  Close(Number);
+  Pool& P = ThePool();
+  std::lock_guard Lock(P.Mutex);
+  P.Slots[Number].Reserved = false;
+}
+
+void Open(FileNo Number, std::string_view Name, OpenMode Mode) {
+  if (!InRange(Number)) throw Fault(kBadFileNumber);
+  Close(Number);
+  const int Fd = OpenDescriptor(ResolvePath(Name), Mode);
+  ++OpenCount;
+  Pool& P = ThePool();
+  std::lock_guard Lock(P.Mutex);
+  Slot& S = P.Slots[Number];
+  if (S.Fd >= 0) ::close(S.Fd);  // opened meanwhile by another thread: last one wins
+  S.Reserved = true;
+  S.Fd = Fd;
+  S.Name = std::string(Name);
+}
+
+void Close(FileNo Number) {
+  if (!InRange(Number)) return;
+  int Fd;
+  {
+    Pool& P = ThePool();
+    std::lock_guard Lock(P.Mutex);
+    Slot& S = P.Slots[Number];
+    Fd = S.Fd;
+    S.Fd = -1;
+    S.Name.clear();
+  }
+  if (Fd >= 0) ::close(Fd);
+}
+
+bool IsOpen(FileNo Number) {
+  if (!InRange(Number)) return false;
+  Pool& P = ThePool();
+  std::lock_guard Lock(P.Mutex);
+  return P.Slots[Number].Fd >= 0;
+}
+
+std::string OpenName(FileNo Number) {
+  if (!InRange(Number)) throw Fault(kBadFileNumber);
+  Pool& P = ThePool();
+  std::lock_guard Lock(P.Mutex);
+  const Slot& S = P.Slots[Number];
+  if (S.Fd < 0) throw Fault(kBadFileNumber);
+  return S.Name;
+}
+
+int64_t Length(FileNo Number) {
+  struct stat Info;
+  if (::fstat(FdOf(Number), &Info) != 0) throw Fault(FaultNumberFromErrno(errno));
+  return Info.st_size;
+}
+
+void ReadAt(FileNo Number, int64_t Position, std::span<uint8_t> Out) {
+  const int Fd = FdOf(Number);
+  off_t Offset = OffsetOf(Position, Out.size());
+  size_t Done = 0;
+  while (Done < Out.size()) {
+    ++ReadCount;
+    const ssize_t Got = ::pread(Fd, Out.data() + Done, Out.size() - Done, Offset);
+    if (Got < 0) {
+      if (errno == EINTR) continue;
+      throw Fault(FaultNumberFromErrno(errno));
+    }
+    if (Got == 0) break;  // end of file
+    Done += static_cast<size_t>(Got);
+    Offset += Got;
+  }
+  std::fill(Out.begin() + static_cast<std::ptrdiff_t>(Done), Out.end(), uint8_t{0});
+}
+
+std::string ReadAt(FileNo Number, int64_t Position, int64_t Count) {
+  if (Count < 0) throw Fault(kInvalidCall);
+  std::string Out(static_cast<size_t>(Count), '\0');
+  ReadAt(Number, Position, std::span<uint8_t>(reinterpret_cast<uint8_t*>(Out.data()), Out.size()));
+  return Out;
+}
+
+void WriteAt(FileNo Number, int64_t Position, std::span<const uint8_t> Bytes) {
+  const int Fd = FdOf(Number);
+  off_t Offset = OffsetOf(Position, Bytes.size());
+  size_t Done = 0;
+  while (Done < Bytes.size()) {
+    ++WriteCount;
+    const ssize_t Put = ::pwrite(Fd, Bytes.data() + Done, Bytes.size() - Done, Offset);
+    if (Put < 0) {
+      if (errno == EINTR) continue;
+      // EBADF on an open number: the file was opened for reading only.
+      throw Fault(errno == EBADF ? kPathFileAccess : FaultNumberFromErrno(errno));
+    }
+    if (Put == 0) throw Fault(kDiskFull);
+    Done += static_cast<size_t>(Put);
+    Offset += Put;
+  }
+}
+
+void WriteAt(FileNo Number, int64_t Position, std::string_view Bytes) {
+  WriteAt(Number, Position,
+          std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(Bytes.data()), Bytes.size()));
+}
+
+void Truncate(FileNo Number, int64_t NewLength) {
+  const int Fd = FdOf(Number);
+  if (NewLength < 0) throw Fault(kInvalidCall);
+  int Result;
+  do {
+    Result = ::ftruncate(Fd, static_cast<off_t>(NewLength));
+  } while (Result != 0 && errno == EINTR);
+  if (Result != 0) throw Fault(errno == EINVAL ? kPathFileAccess : FaultNumberFromErrno(errno));
+}
+
+void Sync(FileNo Number) {
+  if (::fdatasync(FdOf(Number)) != 0) throw Fault(FaultNumberFromErrno(errno));
+}
+
+void LockRange(FileNo Number, int64_t First, int64_t Last, bool Exclusive) {
+  const int Fd = FdOf(Number);
+  off_t Start, Len;
+  RangeOf(First, Last, Start, Len);
+  const int Error = FcntlLock(Fd, Exclusive ? F_WRLCK : F_RDLCK, Start, Len);
+  // EBADF: a write lock on a file opened for reading only.
+  if (IsConflict(Error) || Error == EBADF) throw Fault(kPermissionDenied);
+  if (Error != 0) throw Fault(FaultNumberFromErrno(Error));
+}
+
+void UnlockRange(FileNo Number, int64_t First, int64_t Last) {
+  const int Fd = FdOf(Number);
+  off_t Start, Len;
+  RangeOf(First, Last, Start, Len);
+  const int Error = FcntlLock(Fd, F_UNLCK, Start, Len);
+  if (Error != 0) throw Fault(FaultNumberFromErrno(Error));
+}
+
+void HoldPresence(FileNo Number) {
+  const int Error = FcntlLock(FdOf(Number), F_RDLCK, kPresenceOffset, 1);
+  if (IsConflict(Error)) throw Fault(kPermissionDenied);
+  if (Error != 0) throw Fault(FaultNumberFromErrno(Error));
+}
+
+bool TryExclusivePresence(FileNo Number) {
+  const int Error = FcntlLock(FdOf(Number), F_WRLCK, kPresenceOffset, 1);
+  if (IsConflict(Error)) return false;
+  if (Error == EBADF) throw Fault(kPermissionDenied);
+  if (Error != 0) throw Fault(FaultNumberFromErrno(Error));
+  return true;
+}
+
+void DropPresence(FileNo Number) {
+  const int Error = FcntlLock(FdOf(Number), F_UNLCK, kPresenceOffset, 1);
+  if (Error != 0) throw Fault(FaultNumberFromErrno(Error));
+}
+
+IoCounters GetIoCounters() {
+  IoCounters C;
+  C.Reads = ReadCount.load();
+  C.Writes = WriteCount.load();
+  C.Locks = LockCount.load();
+  C.Opens = OpenCount.load();
+  return C;
+}
+
+void ResetIoCounters() {
+  ReadCount = 0;
+  WriteCount = 0;
+  LockCount = 0;
+  OpenCount = 0;
+}
+
+ScopedRangeLock::ScopedRangeLock(FileNo Number, int64_t First, int64_t Last, bool Exclusive)
+    : number_(Number), first_(First), last_(Last) {
+  LockRange(Number, First, Last, Exclusive);
+}
+
+ScopedRangeLock::~ScopedRangeLock() {
+  try {
+    UnlockRange(number_, first_, last_);
+  } catch (const Fault&) {
+    // The file was closed meanwhile: closing dropped the lock with it.
+  }
+}
+
+}  // namespace tqdb::platform
