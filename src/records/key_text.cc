@@ -1,0 +1,74 @@
+// Building key texts from values and from raw records.
+#include "records/key_text.h"
+
+#include "platform/codepage.h"
+#include "platform/fault.h"
+#include "records/dates.h"
+
+namespace tqdb {
+namespace {
+
+// The last two decimal digits of a number, as "dd", "MM" and "yy" format them.
+std::string TwoDigitText(int Number) {
+  const int Last = ((Number % 100) + 100) % 100;
+  return std::string{static_cast<char>('0' + Last / 10), static_cast<char>('0' + Last % 10)};
+}
+
+// A Date value's text in the stored form the keys hold.
+std::string DateKeyText(const Variant& Value) {
+  const std::string Text = Value.ToString();
+  if (Text.size() == 10) return DateToLongText(Text);
+  if (Text.size() == 8) return DateToText(Text);
+  const Date& D = Value.AsDate();
+  const std::string Short =
+      TwoDigitText(D.Day) + "/" + TwoDigitText(D.Month) + "/" + TwoDigitText(D.Year);
+  return DateToText(Short);
+}
+
+// Works on any member set with the dictionary's field and key arrays.
+template <typename Layout>
+std::string FromRecord(const Layout& L, int16_t Key, std::string_view Record, bool Upper) {
+  if (Key < 1 || Key > kMaxKeys) throw platform::Fault(platform::kSubscript);
+  std::string Text;
+  for (int S = 1; S <= L.KeySegCount[Key] && S <= kMaxSegments; ++S) {
+    const int Field = L.KeySegField[Key][S];
+    if (Field < 1 || static_cast<size_t>(Field) >= L.FieldOffset.size()) {
+      throw platform::Fault(platform::kSubscript);
+    }
+    const int64_t From = int64_t{L.FieldOffset[Field]} + L.KeySegStart[Key][S] - 1;
+    const int64_t Count = L.KeySegLength[Key][S];
+    for (int64_t i = 0; i < Count; ++i) {
+      const int64_t At = From + i;
+      const bool Inside = At >= 0 && At < static_cast<int64_t>(Record.size());
+      Text.push_back(Inside ? Record[static_cast<size_t>(At)] : ' ');
+    }
+  }
+  if (Upper) platform::UpperCaseInPlace(Text);
+  return Text;
+}
+
+}  // namespace
+
+std::string KeyTextFromValues(const std::vector<Variant>& Values) {
+  std::string Text;
+  for (const Variant& Value : Values) {
+    if (Value.Type() == VarType::Date) {
+      Text += DateKeyText(Value);
+    } else {
+      Text += platform::Utf8ToCp1252(Value.ToString());
+    }
+  }
+  return Text;
+}
+
+std::string KeyTextFromRecord(const TableState& State, int16_t Key, std::string_view Record,
+                              bool Upper) {
+  return FromRecord(State, Key, Record, Upper);
+}
+
+std::string KeyTextFromRecord(const Dictionary& Dict, int16_t Key, std::string_view Record,
+                              bool Upper) {
+  return FromRecord(Dict, Key, Record, Upper);
+}
+
+}  // namespace tqdb

@@ -1,0 +1,332 @@
+#include "table/dictionary.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "platform/fault.h"
+#include "platform/file_pool.h"
+#include "support/scoped_env.h"
+#include "support/table_writer.h"
+#include "support/temp_dir.h"
+#include "table/TQFile.h"
+
+namespace tqdb {
+namespace {
+
+using platform::Fault;
+using testing::DictionaryBytes;
+using testing::FieldSpec;
+using testing::KeySpec;
+using testing::SegmentSpec;
+using testing::TableSpec;
+
+// A customer table: code, name, date, balance, counter, notes.
+TableSpec Customers() {
+  TableSpec T;
+  T.Description = "Clientes";
+  T.Fields = {FieldSpec{"CODIGO", 10, 6, 7}, FieldSpec{"nombre ", 10, 30, 2},
+              FieldSpec{"FECHA", 5, 6, 3},   FieldSpec{"SALDO", 3, 0, 4},
+              FieldSpec{"VISITAS", 1, 0, 5}, FieldSpec{"FOTO", 62, 0, 6}};
+  T.Keys = {KeySpec{{SegmentSpec{1, 1, 6}}},
+            KeySpec{{SegmentSpec{2, 1, 10}, SegmentSpec{1, 3, 4}}}};
+  return T;
+}
+
+int FaultNumberOf(std::string_view Bytes) {
+  try {
+    ParseDictionary(Bytes);
+  } catch (const Fault& F) {
+    return F.Number();
+  }
+  return 0;
+}
+
+// Replaces the 33-character record Slot of a dictionary text.
+std::string WithRecord(std::string Bytes, int Slot, const std::string& Record) {
+  Bytes.replace(static_cast<size_t>(33 * Slot), 33, Record);
+  return Bytes;
+}
+
+TEST(TwoDigitsTest, ReadsDigitsBlanksAndCharactersAboveNine) {
+  EXPECT_EQ(TwoDigits("07"), 7);
+  EXPECT_EQ(TwoDigits(" 7"), 7);
+  EXPECT_EQ(TwoDigits("7 "), 7);
+  EXPECT_EQ(TwoDigits("  "), 0);
+  EXPECT_EQ(TwoDigits("45"), 45);
+  EXPECT_EQ(TwoDigits("A0"), 170);
+  EXPECT_EQ(TwoDigits(" 0"), 0);
+  EXPECT_EQ(TwoDigits(""), 0);
+  EXPECT_EQ(TwoDigits("\xff\xff"), 2277);
+}
+
+TEST(StorageWidthTest, FollowsTheTypeCode) {
+  EXPECT_EQ(StorageWidth(1, 30), 2);
+  for (int16_t T : {2, 4, 6, 62}) EXPECT_EQ(StorageWidth(T, 30), 4) << T;
+  for (int16_t T : {3, 7, 80, 85}) EXPECT_EQ(StorageWidth(T, 30), 8) << T;
+  EXPECT_EQ(StorageWidth(5, 30), 6);
+  EXPECT_EQ(StorageWidth(86, 30), 30);
+  EXPECT_EQ(StorageWidth(74, 12), 12);
+}
+
+TEST(ParseDictionaryTest, ReadsFieldsWidthsOffsetsAndNames) {
+  const Dictionary D = ParseDictionary(DictionaryBytes(Customers()));
+  ASSERT_EQ(D.NumFields, 6);
+  EXPECT_EQ(D.TableDescripcion, "Clientes");
+  EXPECT_EQ(D.FieldNames[2], "NOMBRE");
+  EXPECT_EQ(D.FieldTypes[3], 5);
+  EXPECT_EQ(D.FieldLengthDecl[2], 30);
+  const std::vector<int16_t> Widths = {0, 6, 30, 6, 8, 2, 4};
+  const std::vector<int16_t> Offsets = {0, 0, 6, 36, 42, 50, 52, 57};
+  EXPECT_EQ(D.FieldWidth, Widths);
+  EXPECT_EQ(D.FieldOffset, Offsets);
+  EXPECT_EQ(D.RecordLength, 56);
+  EXPECT_EQ(D.FieldById.size(), 100u);
+  EXPECT_EQ(D.FieldById[7], 1);
+  EXPECT_EQ(D.FieldById[2], 2);
+  EXPECT_EQ(D.FieldById[1], 0);
+  EXPECT_TRUE(D.HasImageField());
+}
+
+TEST(ParseDictionaryTest, ReadsKeysSegmentsAndLengths) {
+  const Dictionary D = ParseDictionary(DictionaryBytes(Customers()));
+  EXPECT_EQ(D.KeyCount, 2);
+  EXPECT_EQ(D.KeySegCount[1], 1);
+  EXPECT_EQ(D.KeySegCount[2], 2);
+  EXPECT_EQ(D.KeySegField[2][1], 2);
+  EXPECT_EQ(D.KeySegField[2][2], 1);
+  EXPECT_EQ(D.KeySegStart[2][2], 3);
+  EXPECT_EQ(D.KeySegLength[2][2], 4);
+  // Start 3, length 4 adds only 2 to KeyLength; the key text has 10 + 4 characters.
+  EXPECT_EQ(D.KeyLength[1], 6);
+  EXPECT_EQ(D.KeyLength[2], 12);
+  EXPECT_EQ(D.KeyTextLength(2), 14);
+  EXPECT_EQ(KeyShape(D), "2/14");
+  EXPECT_TRUE(D.FieldInKey[1]);
+  EXPECT_TRUE(D.FieldInKey[2]);
+  EXPECT_FALSE(D.FieldInKey[3]);
+  EXPECT_EQ(D.FieldKeyNo[1], 1);  // first segment of key 1
+  EXPECT_EQ(D.FieldKeyNo[2], 2);  // first segment of key 2
+}
+
+TEST(ParseDictionaryTest, ZeroFieldsGivesAnEmptyTable) {
+  TableSpec T;
+  T.Description = "Vacia";
+  const Dictionary D = ParseDictionary(DictionaryBytes(T));
+  EXPECT_EQ(D.NumFields, 0);
+  EXPECT_EQ(D.KeyCount, 0);
+  EXPECT_EQ(D.RecordLength, 0);
+  EXPECT_EQ(D.FieldOffset.size(), 2u);
+  EXPECT_EQ(KeyShape(D), "0/0");
+  EXPECT_EQ(ParseDictionary("").NumFields, 0);
+}
+
+TEST(ParseDictionaryTest, KeyRecordByFieldIdLowerCaseMarkAndKeyTen) {
+  TableSpec T = Customers();
+  T.Keys = {KeySpec{{SegmentSpec{2, 1, 5, /*ById=*/true}}}};
+  std::string Bytes = DictionaryBytes(T);
+  // Record 8 is the second key slot: key ":" (10), lower-case mark, field by id 7.
+  Bytes = WithRecord(Bytes, 8, "i:000103" + std::string(23, ' ') + "07");
+  const Dictionary D = ParseDictionary(Bytes);
+  EXPECT_EQ(D.KeySegField[1][1], 2);
+  EXPECT_EQ(D.KeyCount, 10);
+  EXPECT_EQ(D.KeySegField[10][1], 1);
+  EXPECT_EQ(D.KeySegLength[10][1], 3);
+  EXPECT_EQ(KeyShape(D), "10/5");
+}
+
+TEST(ParseDictionaryTest, OnlyTheThirtySlotsAfterTheFieldsAreKeyRecords) {
+  TableSpec T = Customers();
+  T.Keys.clear();
+  std::string Bytes = DictionaryBytes(T);
+  Bytes += "I1010106" + std::string(23, ' ') + "07";  // slot 31: not read
+  EXPECT_EQ(ParseDictionary(Bytes).KeyCount, 0);
+}
+
+TEST(ParseDictionaryTest, RejectsBrokenKeyRecords) {
+  const std::string Good = DictionaryBytes(Customers());
+  const std::string Pad(23, ' ');
+  EXPECT_EQ(FaultNumberOf(WithRecord(Good, 7, "I0010106" + Pad + "07")), 9);  // key 0
+  EXPECT_EQ(FaultNumberOf(WithRecord(Good, 7, "I;010106" + Pad + "07")), 9);  // key 11
+  EXPECT_EQ(FaultNumberOf(WithRecord(Good, 7, "I1070106" + Pad + "07")), 9);  // field 7 of 6
+  EXPECT_EQ(FaultNumberOf(WithRecord(Good, 7, "I1000106" + Pad + "09")), 9);  // no field id 9
+  EXPECT_EQ(FaultNumberOf(WithRecord(Good, 7, "I1000106" + Pad + "  ")), 9);  // id 0
+  EXPECT_EQ(FaultNumberOf(WithRecord(Good, 7, "I1010007" + Pad + "07")), 9);  // start 0
+  EXPECT_EQ(FaultNumberOf(WithRecord(Good, 7, "I1010100" + Pad + "07")), 9);  // length 0
+  EXPECT_EQ(FaultNumberOf(WithRecord(Good, 7, "I1060204" + Pad + "07")), 9);  // past the record
+}
+
+TEST(ParseDictionaryTest, RejectsASixthSegmentAndOverlongKeys) {
+  TableSpec T = Customers();
+  T.Keys = {KeySpec{std::vector<SegmentSpec>(5, SegmentSpec{2, 1, 2})}};
+  EXPECT_EQ(FaultNumberOf(DictionaryBytes(T)), 0);
+  T.Keys[0].Segments.push_back(SegmentSpec{1, 1, 1});
+  EXPECT_EQ(FaultNumberOf(DictionaryBytes(T)), 9);
+
+  TableSpec Wide;
+  Wide.Fields = {FieldSpec{"A", 10, 200, 1}, FieldSpec{"B", 10, 200, 2}};
+  Wide.Keys = {KeySpec{{SegmentSpec{1, 1, 200}, SegmentSpec{2, 1, 55}}}};
+  EXPECT_EQ(FaultNumberOf(DictionaryBytes(Wide)), 0);
+  Wide.Keys[0].Segments[1].Length = 56;
+  EXPECT_EQ(FaultNumberOf(DictionaryBytes(Wide)), 9);
+}
+
+TEST(ParseDictionaryTest, RejectsBadCountsIdsAndOverlongRecords) {
+  EXPECT_EQ(FaultNumberOf("A0"), 9);  // 170 fields
+  TableSpec T = Customers();
+  T.Fields[0].Id = 0;
+  std::string Bytes = DictionaryBytes(T);
+  Bytes.replace(33 + 31, 2, "  ");  // field 1 without an id
+  EXPECT_EQ(FaultNumberOf(Bytes), 9);
+
+  TableSpec Long;
+  for (int i = 1; i <= 15; ++i) Long.Fields.push_back(FieldSpec{"F", 10, 2277, i});
+  EXPECT_EQ(FaultNumberOf(DictionaryBytes(Long)), 6);
+  Long.Fields.resize(14);  // 14 * 2277 = 31878 bytes still fit
+  EXPECT_EQ(FaultNumberOf(DictionaryBytes(Long)), 0);
+}
+
+TEST(ParseDictionaryTest, FaultsNameTheProblem) {
+  try {
+    ParseDictionary(
+        WithRecord(DictionaryBytes(Customers()), 7, "I0010106" + std::string(23, ' ') + "07"));
+    FAIL() << "no fault";
+  } catch (const Fault& F) {
+    EXPECT_NE(F.Description().find("clave 0"), std::string::npos) << F.Description();
+  }
+}
+
+TEST(ParseDictionaryTest, RandomBytesNeverBreakTheParser) {
+  std::mt19937 Random(12345);
+  const std::string Base = DictionaryBytes(Customers());
+  for (int Round = 0; Round < 3000; ++Round) {
+    std::string Bytes;
+    if (Round % 2 == 0) {
+      Bytes.resize(Random() % 4500);
+      for (char& C : Bytes) C = static_cast<char>(Random() % 256);
+      if (Bytes.size() >= 2 && Round % 4 == 0)
+        Bytes.replace(0, 2, "0" + std::to_string(Round % 10));
+    } else {
+      Bytes = Base;  // a valid dictionary with a few bytes changed
+      for (int i = 0; i < 4; ++i)
+        Bytes[Random() % Bytes.size()] = static_cast<char>(Random() % 256);
+    }
+    try {
+      const Dictionary D = ParseDictionary(Bytes);
+      for (int K = 1; K <= D.KeyCount; ++K) {
+        for (int S = 1; S <= D.KeySegCount[K]; ++S) {
+          const int F = D.KeySegField[K][S];
+          ASSERT_GE(F, 1);
+          ASSERT_LE(F, D.NumFields);
+          ASSERT_LE(D.FieldOffset[F] + D.KeySegStart[K][S] - 1 + D.KeySegLength[K][S],
+                    D.RecordLength);
+        }
+        ASSERT_LE(D.KeyTextLength(K), 255);
+      }
+    } catch (const Fault& F) {
+      ASSERT_TRUE(F.Number() == 9 || F.Number() == 6) << F.Number();
+    }
+  }
+}
+
+class LoadDictionaryTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    SetMessageSink([this](const std::string& Text, MessageIcon Icon) {
+      Messages.push_back(Text);
+      Icons.push_back(Icon);
+    });
+  }
+  void TearDown() override { SetMessageSink(nullptr); }
+
+  testing::TempDir Dir;
+  std::vector<std::string> Messages;
+  std::vector<MessageIcon> Icons;
+};
+
+TEST_F(LoadDictionaryTest, FillsTheTableState) {
+  testing::WriteDictionary(Dir.Dir(), "CLIEN", Customers());
+  TableState State;
+  State.DictionaryDir = Dir.Path();  // no trailing separator
+  LoadDictionary(State, "CLIEN");
+  EXPECT_EQ(State.DictionaryDir, Dir.Path() + "\\");
+  EXPECT_EQ(State.DictExt, ".tqa");
+  EXPECT_EQ(State.KeyExt, ".tqc");
+  EXPECT_EQ(State.DataExt, ".tqd");
+  EXPECT_EQ(State.TableName, "CLIEN");
+  EXPECT_EQ(State.TableDescripcion, "Clientes");
+  EXPECT_EQ(State.NumFields, 6);
+  EXPECT_EQ(State.RecordLength, 56);
+  ASSERT_EQ(State.FieldBuffer.size(), 7u);
+  EXPECT_EQ(State.FieldBuffer[2], std::string(30, ' '));
+  EXPECT_EQ(State.FieldValues.size(), 7u);
+  EXPECT_EQ(State.FieldChanged.size(), 7u);
+  EXPECT_EQ(State.KeyCount, 2);
+  EXPECT_EQ(KeyShape(State), "2/14");
+  EXPECT_TRUE(State.DataFileOpen);
+  EXPECT_GT(State.DataFileNo, 0);
+  EXPECT_FALSE(platform::IsOpen(State.DataFileNo));
+  EXPECT_TRUE(Messages.empty());
+}
+
+TEST_F(LoadDictionaryTest, TakesTheDirectoryFromTheSettingAndKeepsSlash) {
+  testing::WriteDictionary(Dir.Dir(), "CLIEN", Customers());
+  const std::string Ini = Dir.Write("brinvale.ini", "[Settings]\nDirectory=" + Dir.Dir() + "\n");
+  testing::ScopedEnv Env("TQDB_SETTINGS", Ini.c_str());
+  TableState State;
+  LoadDictionary(State, "CLIEN");
+  EXPECT_EQ(State.DictionaryDir, Dir.Dir());
+  EXPECT_EQ(State.NumFields, 6);
+}
+
+TEST_F(LoadDictionaryTest, MissingDictionaryShowsAMessageRaises50999AndLeavesAnEmptyFile) {
+  TableState State;
+  State.DictionaryDir = Dir.Dir();
+  try {
+    LoadDictionary(State, "NADAS");
+    FAIL() << "no fault";
+  } catch (const Fault& F) {
+    EXPECT_EQ(F.Number(), 50999);
+    EXPECT_EQ(F.Description(), "La tabla NADAS no existe en la ruta: " + Dir.Dir());
+  }
+  ASSERT_EQ(Messages.size(), 1u);
+  EXPECT_EQ(Messages[0], "La tabla para la base de datos no existe:\r\n" + Dir.Dir() + "NADAS.tqa");
+  EXPECT_EQ(Icons[0], MessageIcon::Critical);
+  EXPECT_TRUE(std::filesystem::exists(Dir.File("NADAS.tqa")));
+  EXPECT_EQ(std::filesystem::file_size(Dir.File("NADAS.tqa")), 0u);
+}
+
+TEST_F(LoadDictionaryTest, MissingDirectoryIsAMissingTable) {
+  TableState State;
+  State.DictionaryDir = Dir.Dir() + "no/such/";
+  try {
+    LoadDictionary(State, "CLIEN");
+    FAIL() << "no fault";
+  } catch (const Fault& F) {
+    EXPECT_EQ(F.Number(), 50999);
+  }
+  EXPECT_EQ(Messages.size(), 1u);
+}
+
+TEST_F(LoadDictionaryTest, DamagedDictionaryLeavesTheStateAlone) {
+  std::string Bytes = DictionaryBytes(Customers());
+  Bytes.replace(33 * 7, 2, "I0");
+  Dir.Write("MALAS.tqa", Bytes);
+  testing::WriteDictionary(Dir.Dir(), "CLIEN", Customers());
+  TableState State;
+  State.DictionaryDir = Dir.Dir();
+  LoadDictionary(State, "CLIEN");
+  try {
+    LoadDictionary(State, "MALAS");
+    FAIL() << "no fault";
+  } catch (const Fault& F) {
+    EXPECT_EQ(F.Number(), 9);
+  }
+  EXPECT_EQ(State.NumFields, 6);
+  EXPECT_EQ(State.KeyCount, 2);
+}
+
+}  // namespace
+}  // namespace tqdb
