@@ -1,0 +1,202 @@
+#include "records/images.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+
+#include "platform/fault.h"
+#include "platform/file_pool.h"
+#include "records/record_codecs.h"
+#include "support/direct_table.h"
+#include "support/temp_dir.h"
+
+namespace tqdb {
+namespace {
+
+using platform::Fault;
+using testing::FieldSpec;
+using testing::RecordBytes;
+using testing::TableSpec;
+
+constexpr int16_t kPhoto = 2;
+
+// CODIGO text 6, FOTO image (4 bytes), NOTA text 4.
+TableSpec Pictures() {
+  TableSpec T;
+  T.Description = "Fotos";
+  T.Fields = {FieldSpec{"CODIGO", 10, 6}, FieldSpec{"FOTO", 62, 4}, FieldSpec{"NOTA", 10, 4}};
+  return T;
+}
+
+int32_t Int32At(const std::string& Bytes, size_t Offset) {
+  uint32_t Value = 0;
+  for (size_t i = 4; i-- > 0;) Value = (Value << 8) | static_cast<uint8_t>(Bytes.at(Offset + i));
+  return static_cast<int32_t>(Value);
+}
+
+std::string Int32Bytes(int32_t Value) {
+  std::string Out;
+  for (int i = 0; i < 4; ++i)
+    Out.push_back(static_cast<char>((static_cast<uint32_t>(Value) >> (8 * i)) & 0xFF));
+  return Out;
+}
+
+class ImagesTest : public ::testing::Test {
+ protected:
+  testing::TempDir Dir;
+  TableSpec Spec = Pictures();
+  testing::DirectTable Table{
+      Dir, "FOTOS", Spec, {RecordBytes(Spec, {"A1", 0, "n1"}), RecordBytes(Spec, {"A2", 0, "n2"})}};
+  TableState& State = Table.State;
+
+  std::string ImageBytes() const { return Dir.Read("FOTOS01.tqw"); }
+  platform::FileNo ImageNo() const { return static_cast<platform::FileNo>(State.ImageFileNo); }
+  // Appends raw bytes to the image file and returns their 1-based position.
+  int32_t AppendRaw(const std::string& Bytes) {
+    const int64_t Position = platform::Length(ImageNo()) + 1;
+    platform::WriteAt(ImageNo(), Position, Bytes);
+    return static_cast<int32_t>(Position);
+  }
+};
+
+TEST_F(ImagesTest, FirstImageGetsHundredBlanksOfSlack) {
+  UpdateImage(State, 1, kPhoto, "0123456789");
+  EXPECT_EQ(GetLong(State, 1, kPhoto), 1);
+  const std::string File = ImageBytes();
+  ASSERT_EQ(File.size(), 9u + 110u);
+  EXPECT_EQ(Int32At(File, 0), 110);  // capacity
+  EXPECT_EQ(Int32At(File, 4), 1);    // owner
+  EXPECT_EQ(static_cast<uint8_t>(File[8]), 255);
+  EXPECT_EQ(File.substr(9), "0123456789" + std::string(100, ' '));
+  EXPECT_EQ(GetImage(State, 1, kPhoto), "0123456789" + std::string(100, ' '));
+}
+
+TEST_F(ImagesTest, ImageThatFitsIsRewrittenInPlace) {
+  UpdateImage(State, 1, kPhoto, "0123456789");
+  const std::string Fifty(50, 'x');
+  UpdateImage(State, 1, kPhoto, Fifty);
+  EXPECT_EQ(GetLong(State, 1, kPhoto), 1);
+  const std::string File = ImageBytes();
+  ASSERT_EQ(File.size(), 9u + 110u);
+  EXPECT_EQ(Int32At(File, 0), 110);
+  EXPECT_EQ(File.substr(9), Fifty + std::string(60, ' '));
+}
+
+TEST_F(ImagesTest, LongerImageReleasesOldEntryAndAppends) {
+  UpdateImage(State, 1, kPhoto, "0123456789");
+  const std::string Long(200, 'y');
+  UpdateImage(State, 1, kPhoto, Long);
+  const std::string File = ImageBytes();
+  EXPECT_EQ(GetLong(State, 1, kPhoto), 120);
+  EXPECT_EQ(File.substr(0, 119), std::string(119, '\0'));  // header and data zeroed
+  ASSERT_EQ(File.size(), 119u + 9u + 300u);
+  EXPECT_EQ(Int32At(File, 119), 300);
+  EXPECT_EQ(Int32At(File, 123), 1);
+  EXPECT_EQ(GetImage(State, 1, kPhoto), Long + std::string(100, ' '));
+}
+
+TEST_F(ImagesTest, EmptyOrBlankValueReleasesAndLeavesZero) {
+  UpdateImage(State, 2, kPhoto, "abc");
+  UpdateImage(State, 2, kPhoto, "   ");
+  EXPECT_EQ(GetLong(State, 2, kPhoto), 0);
+  EXPECT_EQ(GetImage(State, 2, kPhoto), "");
+  EXPECT_EQ(ImageBytes(), std::string(9 + 103, '\0'));
+
+  UpdateImage(State, 1, kPhoto, "abc");
+  DeleteImage(State, 1, kPhoto);
+  EXPECT_EQ(GetLong(State, 1, kPhoto), 0);
+  EXPECT_EQ(ImageBytes().size(), 2u * (9 + 103));
+}
+
+TEST_F(ImagesTest, ValueIsTrimmedAndOwnerIsTheRecord) {
+  PutImage(State, 2, kPhoto, "  pic  ", /*Exact=*/true);
+  const std::string File = ImageBytes();
+  EXPECT_EQ(Int32At(File, 0), 3);
+  EXPECT_EQ(Int32At(File, 4), 2);
+  EXPECT_EQ(GetImage(State, 2, kPhoto), "pic");
+  // The neighbouring fields are not touched.
+  EXPECT_EQ(GetField(State, 2, 3, false), "n2  ");
+}
+
+TEST_F(ImagesTest, EmptyPutTouchesNoImageFile) {
+  State.ImageFileNo = 0;  // a table without an image file
+  PutImage(State, 1, kPhoto, "");
+  EXPECT_EQ(GetLong(State, 1, kPhoto), 0);
+  EXPECT_EQ(GetImage(State, 1, kPhoto), "");
+}
+
+TEST_F(ImagesTest, PositionOutsideTheFileReadsEmpty) {
+  UpdateImage(State, 1, kPhoto, "abc");  // 112 bytes
+  for (int32_t Position : {113, 5000, 110, -7}) {
+    PutLong(State, 2, kPhoto, Position);
+    EXPECT_EQ(GetImage(State, 2, kPhoto), "") << Position;
+  }
+}
+
+TEST_F(ImagesTest, DamagedCapacityReadsEmpty) {
+  std::string Huge = Int32Bytes((1 << 26) + 1) + Int32Bytes(1) + "\xFF" + "data";
+  std::string PastEnd = Int32Bytes(1000) + Int32Bytes(1) + "\xFF" + "data";
+  std::string Negative = Int32Bytes(-5) + Int32Bytes(1) + "\xFF" + "data";
+  for (const std::string& Entry : {Huge, PastEnd, Negative}) {
+    PutLong(State, 1, kPhoto, AppendRaw(Entry));
+    EXPECT_EQ(GetImage(State, 1, kPhoto), "");
+  }
+}
+
+TEST_F(ImagesTest, DamagedCapacityIsNeverRewrittenInPlace) {
+  const int32_t Position = AppendRaw(Int32Bytes(1 << 25) + Int32Bytes(1) + "\xFF" + "old");
+  PutLong(State, 1, kPhoto, Position);
+  UpdateImage(State, 1, kPhoto, "new");
+  const std::string File = ImageBytes();
+  // Old header zeroed, its claimed data left alone, a fresh entry appended after it.
+  EXPECT_EQ(File.substr(0, 9), std::string(9, '\0'));
+  EXPECT_EQ(File.substr(9, 3), "old");
+  EXPECT_EQ(File.size(), 12u + 9u + 103u);
+  EXPECT_EQ(GetLong(State, 1, kPhoto), 13);
+  EXPECT_EQ(GetImage(State, 1, kPhoto), "new" + std::string(100, ' '));
+}
+
+TEST_F(ImagesTest, AppendFailsAtOnceWhileAnotherHoldsTheFile) {
+  const platform::FileNo Other = platform::TakeFreeNumber();
+  platform::Open(Other, Dir.File("FOTOS01.tqw"));
+  platform::LockRange(Other, 1, 1);
+  try {
+    PutImage(State, 1, kPhoto, "abc");
+    FAIL() << "expected Fault 70";
+  } catch (const Fault& Failure) {
+    EXPECT_EQ(Failure.Number(), platform::kPermissionDenied);
+  }
+  EXPECT_EQ(GetLong(State, 1, kPhoto), 0);
+  EXPECT_EQ(ImageBytes(), "");
+  platform::UnlockRange(Other, 1, 1);
+  PutImage(State, 1, kPhoto, "abc");
+  // The writer's lock is gone once it returns.
+  EXPECT_NO_THROW(platform::LockRange(Other, 1, platform::kToEnd));
+  platform::ReleaseNumber(Other);
+}
+
+TEST_F(ImagesTest, LockIsReleasedWhenTheAppendFails) {
+  // A file so long that the next entry's position would leave 32 bits.
+  platform::Truncate(ImageNo(), int64_t{1} << 31);
+  try {
+    PutImage(State, 1, kPhoto, "abc");
+    FAIL() << "expected Fault 6";
+  } catch (const Fault& Failure) {
+    EXPECT_EQ(Failure.Number(), platform::kOverflow);
+  }
+  const platform::FileNo Other = platform::TakeFreeNumber();
+  platform::Open(Other, Dir.File("FOTOS01.tqw"));
+  EXPECT_NO_THROW(platform::LockRange(Other, 1, platform::kToEnd));
+  platform::ReleaseNumber(Other);
+  EXPECT_EQ(GetLong(State, 1, kPhoto), 0);
+}
+
+TEST_F(ImagesTest, OversizedImageIsRefused) {
+  const std::string Big(kMaxImageBytes - kImageSlack + 1, 'z');
+  EXPECT_THROW(PutImage(State, 1, kPhoto, Big), Fault);
+  EXPECT_EQ(ImageBytes(), "");
+}
+
+}  // namespace
+}  // namespace tqdb
