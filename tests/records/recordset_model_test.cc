@@ -1,0 +1,301 @@
+// A long random run of AddNew, Edit and Delete through the public interface, checked
+// against a model of the table kept in memory: every key's walk, every record's values,
+// the reuse of deleted numbers, the moves after changing the current record, and the key
+// file's own invariants.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "engine/tree_checker.h"
+#include "platform/codepage.h"
+#include "support/key_agreement.h"
+#include "support/open_table.h"
+#include "table/TQFile.h"
+
+namespace tqdb {
+namespace {
+
+using testing::OpenTable;
+using testing::TableSpec;
+
+// Key 1 NAME + CODE (two segments), key 2 the date, key 3 GRP (four values: long runs of
+// duplicates, longer than a node).
+TableSpec ModelSpec() {
+  TableSpec Spec;
+  Spec.Description = "Modelo";
+  Spec.Fields = {{"CODE", 10, 6, 1}, {"NAME", 10, 10, 2}, {"FECHA", 5, 6, 3},
+                 {"GRP", 10, 2, 4},  {"AMOUNT", 3, 8, 5}, {"QTY", 1, 2, 6}};
+  Spec.Keys = {{{{2, 1, 10}, {1, 1, 6}}}, {{{3, 1, 6}}}, {{{4, 1, 2}}}};
+  return Spec;
+}
+
+struct Row {
+  std::string Code, Name;  // Windows-1252
+  Date Day{};
+  std::string Group;
+  double Amount = 0;
+  int Qty = 0;
+};
+
+std::string Padded(std::string Text, size_t Width) {
+  Text.resize(Width, ' ');
+  return Text;
+}
+
+std::string TwoDigits(int N) {
+  return {static_cast<char>('0' + N / 10), static_cast<char>('0' + N % 10)};
+}
+
+std::string StoredDate(const Date& D) {
+  std::string Year = TwoDigits(D.Year % 100);
+  if (D.Year >= 2000) Year[0] = static_cast<char>(Year[0] + 17);
+  return Year + TwoDigits(D.Month) + TwoDigits(D.Day);
+}
+
+// The key text the engine keeps for Row on key Key (upper-cased).
+std::string KeyOf(const Row& R, int Key) {
+  switch (Key) {
+    case 1:
+      return platform::UpperCase(Padded(R.Name, 10) + Padded(R.Code, 6));
+    case 2:
+      return StoredDate(R.Day);
+    default:
+      return platform::UpperCase(Padded(R.Group, 2));
+  }
+}
+
+class Model {
+ public:
+  std::map<int32_t, Row> Rows;
+  std::vector<int32_t> Freed;  // deleted numbers, the last one on top
+  int32_t Last = 0;
+
+  // The live records in the order of key Key.
+  std::vector<int32_t> Order(int Key) const {
+    std::vector<std::pair<std::string, int32_t>> Entries;
+    for (const auto& [Record, R] : Rows) Entries.emplace_back(KeyOf(R, Key), Record);
+    std::sort(Entries.begin(), Entries.end(), [](const auto& A, const auto& B) {
+      const int C = platform::CompareText(A.first, B.first);
+      return C != 0 ? C < 0 : A.second < B.second;
+    });
+    std::vector<int32_t> Records;
+    for (const auto& E : Entries) Records.push_back(E.second);
+    return Records;
+  }
+  // The entry of key Key that follows (or precedes) the pair (Text, Record) in the model.
+  std::optional<int32_t> Neighbour(int Key, const std::string& Text, int32_t Record,
+                                   bool After) const {
+    std::optional<int32_t> Best;
+    std::string BestText;
+    for (const auto& [N, R] : Rows) {
+      const std::string T = KeyOf(R, Key);
+      const int C = platform::CompareText(T, Text);
+      const bool Beyond =
+          After ? (C > 0 || (C == 0 && N > Record)) : (C < 0 || (C == 0 && N < Record));
+      if (!Beyond) continue;
+      const int B = Best ? platform::CompareText(T, BestText) : 0;
+      const bool Better =
+          !Best || (After ? (B < 0 || (B == 0 && N < *Best)) : (B > 0 || (B == 0 && N > *Best)));
+      if (Better) {
+        Best = N;
+        BestText = T;
+      }
+    }
+    return Best;
+  }
+};
+
+class RecordsetModelTest : public ::testing::Test {
+ protected:
+  RecordsetModelTest() : Table(ModelSpec(), {}), T(Table.File()), Random(20240611) {}
+
+  int Pick(int Low, int High) { return std::uniform_int_distribution<int>(Low, High)(Random); }
+
+  Row RandomRow() {
+    static const char* const kNames[] = {"garcia", "GARCIA", "Mu\xF1oz",   "MU\xD1OZ", "lopez",
+                                         "Perez",  "ALONSO", "\xC1lvarez", "zapata",   "Ibarra",
+                                         "o'neil", "Z",      "alberto",    "Ruiz",     "ruiz"};
+    static const char* const kGroups[] = {"A", "B", "c", "D"};
+    Row R;
+    R.Code = std::to_string(Pick(0, 999));
+    R.Name = kNames[Pick(0, 14)];
+    R.Day = Date{Pick(1960, 2059), Pick(1, 12), Pick(1, 28)};
+    R.Group = kGroups[Pick(0, 3)];
+    R.Amount = Pick(-4000, 4000) / 4.0;
+    R.Qty = Pick(-30000, 30000);
+    return R;
+  }
+
+  void Put(const char* Field, const Row& R) {
+    const std::string F = Field;
+    if (F == "CODE") T.SetFields(F, platform::Cp1252ToUtf8(R.Code));
+    if (F == "NAME") T.SetFields(F, platform::Cp1252ToUtf8(R.Name));
+    if (F == "FECHA") T.SetFields(F, R.Day);
+    if (F == "GRP") T.SetFields(F, platform::Cp1252ToUtf8(R.Group));
+    if (F == "AMOUNT") T.SetFields(F, std::to_string(R.Amount));  // a text with a point
+    if (F == "QTY") T.SetFields(F, static_cast<int32_t>(R.Qty));
+  }
+
+  int32_t RandomLive() {
+    auto It = M.Rows.begin();
+    std::advance(It, Pick(0, static_cast<int>(M.Rows.size()) - 1));
+    return It->first;
+  }
+
+  void AddOne() {
+    const Row R = RandomRow();
+    T.AddNew();
+    for (const char* F : {"CODE", "NAME", "FECHA", "GRP", "AMOUNT", "QTY"}) Put(F, R);
+    T.Update();
+    int32_t Expected = M.Last + 1;
+    if (!M.Freed.empty()) {
+      Expected = M.Freed.back();
+      M.Freed.pop_back();
+    } else {
+      M.Last = Expected;
+    }
+    ASSERT_EQ(T.BookMark(), Expected);
+    M.Rows[Expected] = R;
+  }
+
+  // Changes some fields of Record (the current record).
+  void EditOne(int32_t Record) {
+    Row& R = M.Rows.at(Record);
+    const Row New = RandomRow();
+    T.SetBookMark(Record);
+    T.Edit();
+    if (Pick(0, 1)) {
+      R.Name = New.Name;
+      Put("NAME", R);
+    }
+    if (Pick(0, 2) == 0) {
+      R.Code = New.Code;
+      Put("CODE", R);
+    }
+    if (Pick(0, 2) == 0) {
+      R.Day = New.Day;
+      Put("FECHA", R);
+    }
+    if (Pick(0, 2) == 0) {
+      R.Group = New.Group;
+      Put("GRP", R);
+    }
+    if (Pick(0, 1)) {
+      R.Amount = New.Amount;
+      Put("AMOUNT", R);
+    }
+    if (Pick(0, 1)) {
+      R.Qty = New.Qty;
+      Put("QTY", R);
+    }
+    T.Update();
+  }
+
+  void DeleteOne(int32_t Record) {
+    T.Delete(Record);
+    M.Rows.erase(Record);
+    M.Freed.push_back(Record);
+  }
+
+  // Stands on a record through key 1, deletes or re-keys it, then moves once and checks
+  // that the move went on from where it stood; the next move is a plain step.
+  void ChangeCurrentAndMove() {
+    const int32_t Record = RandomLive();
+    const Row Old = M.Rows.at(Record);
+    T.SetIndex(1);
+    T.SetBookMark(Record);
+    // The entry before the record, then one step: the key's cursor stands on the record.
+    if (T.SeekKey(T.GetSpecialSeekKeys(), adSeekBefore) == 0) {
+      T.MoveFirst();
+    } else {
+      T.MoveNext();
+    }
+    ASSERT_EQ(T.BookMark(), Record);
+    if (Pick(0, 1)) {
+      DeleteOne(Record);
+    } else {
+      T.Edit();
+      M.Rows.at(Record).Name = RandomRow().Name;
+      Put("NAME", M.Rows.at(Record));
+      T.Update();
+    }
+    const bool Forward = Pick(0, 1);
+    const auto Expected = M.Neighbour(1, KeyOf(Old, 1), Record, Forward);
+    if (!Expected) return;  // at an end of the key: nothing to compare
+    Forward ? T.MoveNext() : T.MovePrevious();
+    EXPECT_EQ(T.EngineCommand().substr(0, 1), Forward ? "A" : "E");
+    ASSERT_EQ(T.LastError(), 0);
+    ASSERT_EQ(T.BookMark(), *Expected);
+    const auto Then = M.Neighbour(1, KeyOf(M.Rows.at(*Expected), 1), *Expected, Forward);
+    Forward ? T.MoveNext() : T.MovePrevious();
+    EXPECT_EQ(T.EngineCommand().substr(0, 1), Forward ? "N" : "P");
+    if (Then) {
+      EXPECT_EQ(T.BookMark(), *Then);
+    }
+  }
+
+  void CheckAgainstModel() {
+    for (int Key = 1; Key <= 3; ++Key) {
+      T.SetIndex(static_cast<int16_t>(Key));
+      std::vector<int32_t> Walk;
+      T.MoveFirst();
+      while (T.LastError() == 0) {
+        Walk.push_back(T.BookMark());
+        T.MoveNext();
+      }
+      ASSERT_EQ(Walk, M.Order(Key)) << "key " << Key;
+    }
+    for (const auto& [Record, R] : M.Rows) {
+      T.SetBookMark(Record);
+      ASSERT_EQ(T.Fields("CODE").ToString(), platform::Cp1252ToUtf8(Padded(R.Code, 6)));
+      ASSERT_EQ(T.Fields("NAME").ToString(), platform::Cp1252ToUtf8(Padded(R.Name, 10)));
+      ASSERT_EQ(T.Fields("FECHA").ToString(), TwoDigits(R.Day.Day) + "/" + TwoDigits(R.Day.Month) +
+                                                  "/" + TwoDigits(R.Day.Year % 100));
+      ASSERT_EQ(T.Fields("GRP").ToString(), Padded(R.Group, 2));
+      ASSERT_DOUBLE_EQ(T.Fields("AMOUNT").AsNumber(), R.Amount);
+      ASSERT_EQ(T.Fields("QTY").AsInteger(), R.Qty);
+    }
+    ASSERT_EQ(T.DeletedRecordCount(), static_cast<int32_t>(M.Freed.size()));
+  }
+
+  OpenTable Table;
+  TQFile& T;
+  std::mt19937 Random;
+  Model M;
+};
+
+TEST_F(RecordsetModelTest, ThousandsOfRandomChangesKeepKeysRecordsAndNumbersInStep) {
+  constexpr int kOperations = 3000;
+  for (int I = 0; I < 400; ++I) ASSERT_NO_FATAL_FAILURE(AddOne());
+  for (int Op = 1; Op <= kOperations; ++Op) {
+    const int Dice = Pick(0, 99);
+    if (Dice < 40 || M.Rows.size() < 10) {
+      ASSERT_NO_FATAL_FAILURE(AddOne());
+    } else if (Dice < 72) {
+      EditOne(RandomLive());
+    } else if (Dice < 92) {
+      DeleteOne(RandomLive());
+    } else {
+      ASSERT_NO_FATAL_FAILURE(ChangeCurrentAndMove());
+    }
+    if (Op % 750 == 0) {
+      ASSERT_NO_FATAL_FAILURE(CheckAgainstModel()) << "after " << Op;
+    }
+  }
+  ASSERT_NO_FATAL_FAILURE(CheckAgainstModel());
+  EXPECT_EQ(testing::KeyDataAgreement(T), "");
+  const std::vector<std::string> Problems = engine::CheckKeyFile(T.State().Engine);
+  EXPECT_TRUE(Problems.empty()) << Problems.front();
+
+  // The same holds for a fresh object that opens the table from its files.
+  auto Fresh = Table.Open();
+  EXPECT_EQ(testing::KeyDataAgreement(*Fresh), "");
+}
+
+}  // namespace
+}  // namespace tqdb

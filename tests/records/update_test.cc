@@ -1,0 +1,377 @@
+// Update after Edit and after AddNew: values converted by type, keys kept in step, the
+// record left whole when a value cannot be stored or the engine refuses the keys.
+#include "records/update.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engine/tree_checker.h"
+#include "platform/fault.h"
+#include "platform/numbers.h"
+#include "records/edit_values.h"
+#include "support/key_agreement.h"
+#include "support/open_table.h"
+#include "support/temp_dir.h"
+#include "table/TQFile.h"
+
+namespace tqdb {
+namespace {
+
+using testing::OpenTable;
+using testing::RecordBytes;
+using testing::TableSpec;
+
+// Keys: 1 NAME, 2 CODE, 3 QTY (a 16-bit field: its key holds the stored bytes).
+TableSpec UpdateSpec() {
+  TableSpec Spec;
+  Spec.Description = "Cambios";
+  Spec.Fields = {{"CODE", 10, 4, 1}, {"NAME", 10, 8, 2}, {"QTY", 1, 2, 3},
+                 {"PRICE", 2, 4, 4}, {"TOTAL", 4, 4, 5}, {"AMOUNT", 3, 8, 6},
+                 {"FECHA", 5, 6, 7}, {"RATE", 81, 8, 8}, {"NOTE", 10, 6, 9}};
+  Spec.Keys = {{{{2, 1, 8}}}, {{{1, 1, 4}}}, {{{3, 1, 2}}}};
+  return Spec;
+}
+
+std::vector<std::string> UpdateRecords() {
+  const TableSpec S = UpdateSpec();
+  return {RecordBytes(S, {"0001", "BRAVO", 10, 1.5, 100, 2.25, "991231", 0.5, "uno"}),
+          RecordBytes(S, {"0002", "DELTA", 20, 2.5, 200, 4.5, "A50102", 1.5, "dos"}),
+          RecordBytes(S, {"0003", "FOXTROT", 30, 3.5, 300, 6.75, "A00101", 2.5, "tres"})};
+}
+
+class UpdateTest : public ::testing::Test {
+ protected:
+  UpdateTest() : Table(UpdateSpec(), UpdateRecords()), T(Table.File()) {}
+
+  void EditRecord(int32_t Record) {
+    T.SetBookMark(Record);
+    T.Edit();
+  }
+  Variant Field(int32_t Record, const char* Name) {
+    T.SetBookMark(Record);
+    return T.Fields(Name);
+  }
+  int32_t SeekOn(int16_t Key, const Variant& Value) {
+    T.SetIndex(Key);
+    return T.SeekKey(Value, adseekfirsteq);
+  }
+
+  OpenTable Table;
+  TQFile& T;
+};
+
+TEST_F(UpdateTest, EditWritesEachChangedFieldByItsType) {
+  EditRecord(2);
+  T.SetFields("QTY", "-7");
+  T.SetFields("PRICE", 0.75);
+  T.SetFields("TOTAL", "123456");
+  T.SetFields("AMOUNT", "1.5");
+  T.SetFields("FECHA", Date{2003, 2, 1});
+  T.SetFields("RATE", 3);
+  T.SetFields("NOTE", "cambiado");
+  T.Update();
+  EXPECT_EQ(T.EditMode(), 0);
+  EXPECT_EQ(Field(2, "QTY").AsInteger(), -7);
+  EXPECT_FLOAT_EQ(static_cast<float>(Field(2, "PRICE").AsNumber()), 0.75f);
+  EXPECT_EQ(Field(2, "TOTAL").AsInteger(), 123456);
+  EXPECT_DOUBLE_EQ(Field(2, "AMOUNT").AsNumber(), 1.5);
+  EXPECT_EQ(Field(2, "FECHA").ToString(), "01/02/03");
+  EXPECT_DOUBLE_EQ(Field(2, "RATE").AsNumber(), 3.0);
+  EXPECT_EQ(Field(2, "NOTE").ToString(), "cambia");  // cut to the field's width
+  EXPECT_EQ(Field(2, "CODE").ToString(), "0002");    // not put: unchanged
+  EXPECT_EQ(Field(1, "QTY").AsInteger(), 10);        // the neighbours are untouched
+  EXPECT_EQ(Field(3, "CODE").ToString(), "0003");
+}
+
+TEST_F(UpdateTest, AnEmptyValueInANumericFieldIsZero) {
+  EditRecord(1);
+  for (const char* Name : {"QTY", "PRICE", "TOTAL", "AMOUNT", "RATE"}) T.SetFields(Name, "");
+  T.Update();
+  for (const char* Name : {"QTY", "PRICE", "TOTAL", "AMOUNT", "RATE"}) {
+    EXPECT_EQ(Field(1, Name).ToDouble(), 0.0) << Name;
+  }
+  EXPECT_EQ(SeekOn(3, std::vector<Variant>{0}), 1);  // the key followed the new value
+}
+
+TEST_F(UpdateTest, DatesAreStoredByTheLengthOfTheirText) {
+  EditRecord(1);
+  T.SetFields("FECHA", "05/03/59");  // eight characters, a year below 60: folded century
+  T.Update();
+  const size_t FechaAt = static_cast<size_t>(testing::FieldOffsetOf(UpdateSpec(), 7));
+  EXPECT_EQ(Table.DataBytes().substr(FechaAt, 6), "F90305");
+  for (const char* Odd : {"5/03/59", "05/03/2059X", "ABC"}) {
+    EditRecord(1);
+    T.SetFields("FECHA", Odd);
+    T.Update();
+    EXPECT_EQ(Field(1, "FECHA").ToString(), "") << Odd;  // six blanks read as no date
+  }
+}
+
+TEST_F(UpdateTest, AnEditWithNothingPutWritesNothingAndSendsNothing) {
+  const std::string Before = Table.DataBytes();
+  EditRecord(2);
+  T.SetEngineCommand("X\\MARK");
+  T.Update();
+  EXPECT_EQ(T.EditMode(), 0);
+  EXPECT_EQ(T.EngineCommand(), "X\\MARK");
+  EXPECT_EQ(Table.DataBytes(), Before);
+}
+
+TEST_F(UpdateTest, ASixteenBitOverflowLeavesTheRecordAndItsKeysAsTheyWere) {
+  const std::string Before = Table.DataBytes();
+  EditRecord(2);
+  T.SetFields("NAME", "ZULU");  // a key field, before the failing field
+  T.SetFields("QTY", 40000);
+  T.SetFields("AMOUNT", 9);
+  try {
+    T.Update();
+    FAIL() << "no overflow";
+  } catch (const TQError& Error) {
+    EXPECT_EQ(Error.Number(), 6);
+  }
+  EXPECT_EQ(Table.DataBytes(), Before);
+  EXPECT_EQ(T.EditMode(), 1);
+  EXPECT_EQ(SeekOn(1, "DELTA"), 2);
+  EXPECT_EQ(SeekOn(1, "ZULU"), 0);
+}
+
+TEST_F(UpdateTest, KeyFieldsMoveTheRecordInEveryKeyTheyBelongTo) {
+  EditRecord(1);
+  T.SetFields("NAME", "zeta");
+  T.SetFields("QTY", 25);
+  T.Update();
+  EXPECT_EQ(SeekOn(1, "ZETA"), 1);
+  EXPECT_EQ(SeekOn(1, "BRAVO"), 0);
+  EXPECT_EQ(SeekOn(3, std::vector<Variant>{25}), 1);
+  EXPECT_EQ(SeekOn(3, std::vector<Variant>{10}), 0);
+  EXPECT_EQ(Field(1, "NAME").ToString(), "zeta    ");  // the record keeps the case put
+}
+
+TEST_F(UpdateTest, MovesAfterReKeyingTheCurrentRecordGoOnFromWhereItStood) {
+  T.SetIndex(1);  // BRAVO 1, DELTA 2, FOXTROT 3
+  T.MoveFirst();
+  T.MoveNext();
+  ASSERT_EQ(T.BookMark(), 2);
+  T.Edit();
+  T.SetFields("NAME", "ALPHA");  // now first in the key
+  T.Update();
+  T.MoveNext();
+  EXPECT_EQ(T.EngineCommand().substr(0, 2), "A\\");
+  EXPECT_EQ(T.BookMark(), 3);  // after where DELTA stood
+  T.MovePrevious();
+  EXPECT_EQ(T.EngineCommand().substr(0, 2), "P\\");  // the saved position is used once
+  EXPECT_EQ(T.BookMark(), 1);
+
+  T.MoveLast();
+  T.Edit();
+  T.SetFields("NAME", "AAA");
+  T.SetFields("CODE", "0000");  // two key fields: the position is saved once, before both
+  T.Update();
+  T.MovePrevious();
+  EXPECT_EQ(T.EngineCommand().substr(0, 5), "E\\1\\3");
+  EXPECT_EQ(T.BookMark(), 1);  // before FOXTROT's old place: BRAVO
+}
+
+TEST_F(UpdateTest, AddNewInsertsTheKeysAndWritesTheWholeRecord) {
+  T.AddNew();
+  T.SetFields("CODE", "0004");
+  T.SetFields("NAME", "Echo");
+  T.SetFields("QTY", "12");
+  T.SetFields("AMOUNT", "2.5");
+  T.SetFields("FECHA", "31/12/1999");
+  T.Update();
+  EXPECT_EQ(T.EditMode(), 0);
+  EXPECT_EQ(T.BookMark(), 4);
+  EXPECT_EQ(T.RecordCount(), 4);
+  EXPECT_EQ(T.Fields("NAME").ToString(), "Echo    ");
+  EXPECT_EQ(T.Fields("QTY").AsInteger(), 12);
+  EXPECT_DOUBLE_EQ(T.Fields("AMOUNT").AsNumber(), 2.5);
+  EXPECT_EQ(T.Fields("PRICE").ToDouble(), 0.0);  // never put: zero
+  EXPECT_EQ(T.Fields("FECHA").ToString(), "31/12/99");
+  EXPECT_EQ(SeekOn(1, "ECHO"), 4);
+  EXPECT_EQ(SeekOn(2, "0004"), 4);
+  EXPECT_EQ(SeekOn(3, std::vector<Variant>{12}), 4);
+}
+
+// Closes the key file under the table, so that the engine refuses the next insert.
+void CloseKeyFile(TQFile& T) {
+  T.SetEngineCommand("K");
+  T.ExecuteCommand();
+}
+void ReopenKeyFile(TQFile& T, const std::string& KeyPath) {
+  std::string Path = KeyPath;
+  for (char& C : Path) C = C == '/' ? '\\' : C;
+  T.SetEngineCommand("/O/" + Path + "/" + std::to_string(T.DataFileNo()));
+  T.ExecuteCommand();
+  ASSERT_EQ(T.LastError(), 0);
+}
+
+TEST_F(UpdateTest, ARefusedInsertWritesNothingAndASecondUpdateRetries) {
+  const std::string Before = Table.DataBytes();
+  T.AddNew();
+  T.SetFields("CODE", "0009");
+  T.SetFields("NAME", "HOTEL");
+  CloseKeyFile(T);
+  try {
+    T.Update();
+    FAIL() << "the insert was not refused";
+  } catch (const TQError& Error) {
+    EXPECT_EQ(Error.Number(), 50221);
+    EXPECT_EQ(Error.Description().rfind("Error indexados: ", 0), 0u) << Error.Description();
+    EXPECT_NE(Error.Description().find(" insertando registro I\\"), std::string::npos);
+  }
+  EXPECT_EQ(T.EditMode(), 2);
+  EXPECT_EQ(Table.DataBytes(), Before);
+
+  ReopenKeyFile(T, Table.KeyPath());
+  T.Update();
+  EXPECT_EQ(T.EditMode(), 0);
+  EXPECT_EQ(T.BookMark(), 4);
+  EXPECT_EQ(SeekOn(1, "HOTEL"), 4);
+  EXPECT_EQ(T.Fields("CODE").ToString(), "0009");
+}
+
+TEST_F(UpdateTest, AnyOtherModeOnlyClosesTheEdit) {
+  const std::string Before = Table.DataBytes();
+  T.Update();
+  EXPECT_EQ(T.EditMode(), 0);
+  EXPECT_EQ(Table.DataBytes(), Before);
+}
+
+// A comma-decimal locale built for the test (the machine may have none installed).
+class CommaLocaleTest : public UpdateTest {
+ protected:
+  static void SetUpTestSuite() {
+    Dir = std::make_unique<testing::TempDir>();
+    const std::string Command =
+        "localedef -i es_ES -f UTF-8 " + Dir->File("es_ES.UTF-8") + " >/dev/null 2>&1";
+    Built = std::system(Command.c_str()) == 0;
+  }
+  static void TearDownTestSuite() { Dir.reset(); }
+  void SetUp() override {
+    if (!Built) GTEST_SKIP() << "localedef could not build es_ES.UTF-8";
+  }
+  static inline std::unique_ptr<testing::TempDir> Dir;
+  static inline bool Built = false;
+};
+
+// The locale's work runs in a child process of its own, so that its environment stays
+// there (and with it what the C library keeps of a locale loaded from LOCPATH).
+int ChangeUnderCommaLocale(TQFile& T, const std::string& LocaleDir) {
+  ::setenv("LOCPATH", LocaleDir.c_str(), 1);
+  ::setenv("LC_ALL", "es_ES.UTF-8", 1);
+  if (platform::UserLocale().Decimal != ',') return 2;
+  if (NumberFromBuffer("1.5") != 1.5) return 3;
+  if (NumberFromBuffer("2,5") != 2.5) return 4;  // the locale's own decimal comma
+  try {
+    T.SetBookMark(3);
+    T.Edit();
+    T.SetFields("AMOUNT", "1.5");
+    T.SetFields("RATE", "1.234,5");  // holds a point: the leading number with the point
+    T.SetFields("PRICE", "2,5");
+    T.SetFields("TOTAL", "");
+    T.Update();
+  } catch (...) {
+    return 5;
+  }
+  return 0;
+}
+
+TEST_F(CommaLocaleTest, APointIsADecimalPointInAnyLocale) {
+  EXPECT_EXIT(std::_Exit(ChangeUnderCommaLocale(T, Dir->Path())), ::testing::ExitedWithCode(0), "");
+  EXPECT_DOUBLE_EQ(Field(3, "AMOUNT").AsNumber(), 1.5);
+  EXPECT_DOUBLE_EQ(Field(3, "RATE").AsNumber(), 1.234);
+  EXPECT_FLOAT_EQ(static_cast<float>(Field(3, "PRICE").AsNumber()), 2.5f);
+  EXPECT_EQ(Field(3, "TOTAL").AsInteger(), 0);
+}
+
+// The values one of two users gives record Record in round Round.
+std::string NameIn(int Round, int32_t Record) {
+  return "P" + std::to_string((Round * 7 + Record) % 50);
+}
+int QtyIn(int Round, int32_t Record) { return Round * 1000 + Record; }
+
+// Edits the records of one parity, round after round.
+void EditRounds(TQFile& T, int Parity, int Rounds, int32_t Count) {
+  for (int Round = 1; Round <= Rounds; ++Round) {
+    for (int32_t R = 1 + Parity; R <= Count; R += 2) {
+      T.SetBookMark(R);
+      T.Edit();
+      T.SetFields("NAME", NameIn(Round, R));
+      T.SetFields("QTY", QtyIn(Round, R));
+      T.SetFields("AMOUNT", Round + 0.5);
+      T.Update();
+    }
+  }
+}
+
+// Two processes edit different records of one table at once: no update is lost and the
+// keys agree with the data afterwards.
+TEST(UpdateConcurrencyTest, TwoProcessesEditDifferentRecords) {
+  const TableSpec Spec = UpdateSpec();
+  constexpr int32_t kCount = 240;
+  constexpr int kRounds = 4;
+  std::vector<std::string> Records;
+  for (int32_t R = 1; R <= kCount; ++R) {
+    Records.push_back(
+        RecordBytes(Spec, {std::to_string(1000 + R), "START", 0, 0, 0, 0.0, "A50101", 0.0, ""}));
+  }
+  OpenTable Table(Spec, Records);
+
+  const pid_t Child = fork();
+  ASSERT_GE(Child, 0);
+  if (Child == 0) {
+    int Code = 0;
+    try {
+      auto Mine = Table.Open();
+      EditRounds(*Mine, 1, kRounds, kCount);
+    } catch (...) {
+      Code = 1;
+    }
+    _exit(Code);
+  }
+  EditRounds(Table.File(), 0, kRounds, kCount);
+  int Status = 0;
+  ASSERT_EQ(waitpid(Child, &Status, 0), Child);
+  ASSERT_TRUE(WIFEXITED(Status));
+  EXPECT_EQ(WEXITSTATUS(Status), 0);
+
+  auto Fresh = Table.Open();
+  for (int32_t R = 1; R <= kCount; ++R) {
+    Fresh->SetBookMark(R);
+    EXPECT_EQ(Fresh->Fields("QTY").AsInteger(), QtyIn(kRounds, R)) << R;
+    std::string Name = NameIn(kRounds, R);
+    Name.resize(8, ' ');
+    EXPECT_EQ(Fresh->Fields("NAME").ToString(), Name) << R;
+    EXPECT_DOUBLE_EQ(Fresh->Fields("AMOUNT").AsNumber(), kRounds + 0.5) << R;
+  }
+  EXPECT_EQ(testing::KeyDataAgreement(*Fresh), "");
+  EXPECT_TRUE(engine::CheckKeyFile(Fresh->State().Engine).empty());
+}
+
+TEST(EditValuesTest, DateValueToStoredGoesByLength) {
+  EXPECT_EQ(DateValueToStored("A50102"), "A50102");
+  EXPECT_EQ(DateValueToStored("02/01/05"), "A50102");
+  EXPECT_EQ(DateValueToStored("02/01/2005"), "A50102");
+  EXPECT_EQ(DateValueToStored("02/01/1985"), "850102");
+  EXPECT_EQ(DateValueToStored("2/01/05"), "      ");
+  EXPECT_EQ(DateValueToStored(""), "      ");
+}
+
+TEST(EditValuesTest, NumbersFromTheBuffer) {
+  EXPECT_EQ(NumberFromBuffer(Variant()), 0.0);
+  EXPECT_EQ(NumberFromBuffer(""), 0.0);
+  EXPECT_EQ(NumberFromBuffer(true), -1.0);
+  EXPECT_EQ(NumberFromBuffer("12abc.5"), 12.0);  // the point rule reads the leading number
+  EXPECT_THROW(NumberFromBuffer("abc"), platform::Fault);
+  EXPECT_THROW(NumberFromBuffer(std::vector<Variant>{1}), platform::Fault);
+}
+
+}  // namespace
+}  // namespace tqdb
