@@ -1,0 +1,206 @@
+// Sum, AddToField and AddToKField: totals over a view and additions in place under a
+// field lock, also from several processes at once.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "records/record_codecs.h"
+#include "support/query_tables.h"
+#include "table/TableState.h"
+
+namespace tqdb::query {
+namespace {
+
+using testing::TableSpec;
+
+TableSpec CounterSpec() {
+  TableSpec Table;
+  Table.Description = "CONTADORES";
+  Table.Fields = {{"NOMBRE", 11, 6, 1}, {"SALDO", 3, 8, 2},    {"UNIDADES", 1, 2, 3},
+                  {"PRECIO", 2, 4, 4},  {"CANTIDAD", 4, 4, 5}, {"TEXTO", 11, 6, 6}};
+  Table.Keys = {testing::KeySpec{{{1, 1, 6}}}};
+  return Table;
+}
+
+// A 32-bit integer whose four stored bytes read as the text "12  ".
+constexpr int32_t kLongThatReadsTwelve = 0x20203231;
+
+class AccumulateTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    const TableSpec Table = CounterSpec();
+    std::vector<std::string> Records = {
+        testing::RecordBytes(Table, {"UNO", -5.0, 32767, 1.5, kLongThatReadsTwelve, "12"}),
+        testing::RecordBytes(Table, {"DOS", 3.0, 7, 2.25, 3, "4X"}),
+        testing::DeletedRecordBytes(Table),
+        testing::RecordBytes(Table, {"TRES", 0.5, -2, 0.0, 0, "ABC"}),
+    };
+    Path = testing::WriteTable(Dir, "CONTA", "01", Table, Records);
+    File = testing::OpenTable(Dir, Path);
+  }
+
+  double Saldo(int32_t Record) { return GetDouble(File->State(), Record, 2); }
+
+  testing::TempDir Dir;
+  std::string Path;
+  std::unique_ptr<TQFile> File;
+};
+
+TEST_F(AccumulateTest, SumWithoutAViewIsZero) {
+  EXPECT_EQ(File->Sum("SALDO"), 0);
+  EXPECT_EQ(File->Sum("NO_EXISTE"), 0);  // nothing is looked up or read
+}
+
+TEST_F(AccumulateTest, SumAddsTheViewsRecordsByType) {
+  File->Filter("NOMBRE = UNO OR NOMBRE = DOS");
+  EXPECT_EQ(File->Sum("SALDO"), -2);
+  EXPECT_EQ(File->Sum("UNIDADES"), 32774);
+  EXPECT_EQ(File->Sum(Variant(int16_t{4})), 3.75);
+  EXPECT_EQ(File->Sum("TEXTO"), 16);  // the leading number of "12" and "4X"
+  File->State().AbsMode = true;       // as while an ABS filter is evaluated
+  EXPECT_EQ(File->Sum("SALDO"), 8);
+}
+
+// A 32-bit integer field is summed through the text of its four bytes; that is the rule.
+TEST_F(AccumulateTest, SumReadsThirtyTwoBitIntegersAsText) {
+  File->Filter("NOMBRE = UNO");
+  EXPECT_EQ(File->Sum("CANTIDAD"), 12);
+}
+
+TEST_F(AccumulateTest, SumCountsAnEntryOfADeletedRecordAsZero) {
+  File->Filter("NOMBRE >= A");
+  File->State().FilterList.push_back(0);
+  EXPECT_EQ(File->Sum("SALDO"), -1.5);
+  EXPECT_THROW(File->Sum("NO_EXISTE"), TQError);
+}
+
+TEST_F(AccumulateTest, AddToFieldWritesEachTypeInPlace) {
+  File->SetBookMark(2);
+  EXPECT_EQ(File->AddToField("SALDO", 1.25), 4.25);
+  EXPECT_EQ(Saldo(2), 4.25);
+  EXPECT_EQ(File->AddToField("UNIDADES", 3), 10);
+  EXPECT_EQ(GetInteger(File->State(), 2, 3), 10);
+  EXPECT_EQ(File->AddToField("PRECIO", 0.5), 2.75);
+  EXPECT_EQ(GetSingle(File->State(), 2, 4), 2.75f);
+  EXPECT_EQ(File->AddToField("TEXTO", 1), 5);  // "4X" reads 4
+  EXPECT_EQ(GetField(File->State(), 2, 6, false), "5     ");
+  EXPECT_EQ(File->AddToField("SALDO", 0), 4.25);  // rewrites its own value
+  EXPECT_EQ(Saldo(2), 4.25);
+}
+
+TEST_F(AccumulateTest, AddToFieldTakesThirtyTwoBitIntegersThroughTheirText) {
+  File->SetBookMark(1);
+  EXPECT_EQ(File->AddToField("CANTIDAD", 1), 13);
+  EXPECT_EQ(GetField(File->State(), 1, 5, false), "13  ");
+}
+
+TEST_F(AccumulateTest, AnOverflowLeavesTheFieldAndItsLockAsTheyWere) {
+  File->SetBookMark(1);
+  try {
+    File->AddToField("UNIDADES", 1);
+    FAIL() << "32767 + 1 accepted";
+  } catch (const TQError& Error) {
+    EXPECT_EQ(Error.Number(), 6);
+    EXPECT_EQ(Error.Source(), "AddToField");
+  }
+  EXPECT_EQ(GetInteger(File->State(), 1, 3), 32767);
+  // The range is free again, for this object and for another one.
+  auto Other = testing::OpenTable(Dir, Path);
+  Other->SetBookMark(1);
+  EXPECT_EQ(Other->AddToField("UNIDADES", -7), 32760);
+  EXPECT_EQ(File->AddToField("UNIDADES", -1), 32759);
+}
+
+TEST_F(AccumulateTest, ALockedFieldFailsAtOnceWithTheRoutineAsSource) {
+  auto Other = testing::OpenTable(Dir, Path);
+  LockField(Other->State(), 2, 2, 0);
+  File->SetBookMark(2);
+  try {
+    File->AddToField("SALDO", 1);
+    FAIL() << "locked range written";
+  } catch (const TQError& Error) {
+    EXPECT_EQ(Error.Number(), 70);
+    EXPECT_EQ(Error.Source(), "AddToField");
+  }
+  try {
+    File->AddToKField(2, 1, 0);
+    FAIL() << "locked range written";
+  } catch (const TQError& Error) {
+    EXPECT_EQ(Error.Number(), 70);
+    EXPECT_EQ(Error.Source(), "AddToKfield");
+  }
+  EXPECT_EQ(Saldo(2), 3);
+  // Another field of the same record is not covered by the lock.
+  EXPECT_EQ(File->AddToField("UNIDADES", 1), 8);
+  unLockField(Other->State(), 2, 2, 0);
+  EXPECT_EQ(File->AddToField("SALDO", 1), 4);
+}
+
+TEST_F(AccumulateTest, AddToFieldWithoutACurrentRecordWritesNothing) {
+  File->Filter("NOMBRE = NADIE");
+  try {
+    File->AddToField("SALDO", 1);
+    FAIL() << "added without a record";
+  } catch (const TQError& Error) {
+    EXPECT_EQ(Error.Number(), 63);
+    EXPECT_EQ(Error.Source(), "AddToField");
+  }
+  for (int32_t Record : {1, 2, 4}) EXPECT_NE(Saldo(Record), 1);
+}
+
+TEST_F(AccumulateTest, AddToKFieldAddressesTheFieldKFieldDoes) {
+  File->SetBookMark(4);
+  EXPECT_EQ(File->AddToKField(1, 2.5, 1), 3);  // id 1 is NOMBRE, one on is SALDO
+  EXPECT_EQ(File->KField(1, 1).ToDouble(), 3);
+  EXPECT_EQ(File->AddToKField(3, -1), -3);
+  EXPECT_THROW(File->AddToField("NO_EXISTE", 1), TQError);
+}
+
+// Several processes add to one counter at once, each retrying while another holds the
+// field; no addition is lost.
+TEST_F(AccumulateTest, ConcurrentAdditionsFromSeveralProcessesAddUpExactly) {
+  constexpr int kProcesses = 4;
+  constexpr int kAdditions = 150;
+  File.reset();
+  std::vector<pid_t> Children;
+  for (int P = 0; P < kProcesses; ++P) {
+    const pid_t Child = fork();
+    ASSERT_GE(Child, 0);
+    if (Child == 0) {
+      int Status = 0;
+      try {
+        TQFile Own;
+        Own.OpenFile(Path, Dir.Dir());
+        Own.SetBookMark(4);
+        for (int Done = 0; Done < kAdditions;) {
+          try {
+            Own.AddToField("SALDO", 1);
+            ++Done;
+          } catch (const TQError& Error) {
+            if (Error.Number() != 70) throw;
+            usleep(50);
+          }
+        }
+      } catch (...) {
+        Status = 1;
+      }
+      _exit(Status);
+    }
+    Children.push_back(Child);
+  }
+  for (pid_t Child : Children) {
+    int Status = 0;
+    ASSERT_EQ(waitpid(Child, &Status, 0), Child);
+    EXPECT_TRUE(WIFEXITED(Status) && WEXITSTATUS(Status) == 0);
+  }
+  File = testing::OpenTable(Dir, Path);
+  EXPECT_EQ(Saldo(4), 0.5 + kProcesses * kAdditions);
+}
+
+}  // namespace
+}  // namespace tqdb::query

@@ -1,0 +1,370 @@
+// The filter language through the public interface: its edge cases, its errors and what
+// a filter reads.
+#include <algorithm>
+#include <cstdio>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/file_pool.h"
+#include "platform/numbers.h"
+#include "support/query_tables.h"
+#include "table/TableState.h"
+
+namespace tqdb::query {
+namespace {
+
+using testing::KeySpec;
+using testing::TableSpec;
+
+TableSpec SmallSpec() {
+  TableSpec Table;
+  Table.Description = "FILTROS";
+  Table.Fields = {{"NOMBRE", 0, 10, 1},
+                  {"CIUDAD", 0, 8, 2},
+                  {"SALDO", 3, 8, 3},
+                  {"EDAD", 1, 2, 4},
+                  {"NOTA", 11, 12, 5}};
+  Table.Keys = {KeySpec{{{1, 1, 10}}}};
+  return Table;
+}
+
+class FilterTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    const TableSpec Table = SmallSpec();
+    std::vector<std::string> Records = {
+        testing::RecordBytes(Table, {"GARCIA", "MADRID", 1.5, 1, "garcia"}),   // 1
+        testing::RecordBytes(Table, {"LOPEZ", "SEVILLA", -5.0, 2, "LOPEZ"}),   // 2
+        testing::RecordBytes(Table, {"GARCIAS", "MADRID", 15.0, 3, "X"}),      // 3
+        testing::DeletedRecordBytes(Table),                                    // 4
+        testing::RecordBytes(Table, {"PEREZ", "BILBAO", 9.5, 1, "Y"}),         // 5
+        testing::RecordBytes(Table, {"lopez", "MADRID", -12.0, 2, "Z"}),       // 6
+        testing::RecordBytes(Table, {"ALONSO", "SEVILLA", 3.0, 3, "GARCIA"}),  // 7
+        testing::RecordBytes(Table, {"GARCIA", "BILBAO", 3.0, 2, "GARCIA"}),   // 8
+    };
+    File = testing::OpenTable(Dir, testing::WriteTable(Dir, "CLIEN", "01", Table, Records));
+  }
+
+  std::vector<int32_t> View() const {
+    const std::vector<int32_t>& List = File->State().FilterList;
+    return {List.begin() + 1, List.end()};
+  }
+  std::vector<int32_t> Sorted(const std::string& Filter) {
+    File->Filter(Filter);
+    std::vector<int32_t> Records = View();
+    std::sort(Records.begin(), Records.end());
+    return Records;
+  }
+  using List = std::vector<int32_t>;
+
+  testing::TempDir Dir;
+  std::unique_ptr<TQFile> File;
+};
+
+TEST_F(FilterTest, EmptyTextRemovesTheViewAndKeepsTheList) {
+  File->Filter("EDAD = 1");
+  EXPECT_TRUE(File->State().FilterActive);
+  File->Filter("");
+  EXPECT_FALSE(File->State().FilterActive);
+  EXPECT_EQ(File->LastError(), 0);
+  EXPECT_EQ(View(), (List{1, 5}));
+}
+
+TEST_F(FilterTest, AFilterSelectsTheFirstRecordFoundWithStatusZero) {
+  File->Filter("CIUDAD = MADRID");  // a pass over the file, in record order
+  EXPECT_EQ(View(), (List{1, 3, 6}));
+  EXPECT_EQ(File->State().EngineResult, 1);
+  EXPECT_EQ(File->State().FilterPos, 1);
+  EXPECT_EQ(File->LastError(), 0);
+}
+
+TEST_F(FilterTest, NoMatchLeavesNoRecordWithBofAndEof) {
+  File->Filter("EDAD = 99");
+  EXPECT_TRUE(File->State().FilterActive);
+  EXPECT_EQ(View(), List{});
+  EXPECT_EQ(File->State().EngineResult, 0);
+  EXPECT_EQ(File->State().FilterPos, 0);
+  EXPECT_TRUE(File->Bof());
+  EXPECT_TRUE(File->Eof());
+}
+
+TEST_F(FilterTest, ConnectorsApplyStrictlyLeftToRight) {
+  // (EDAD = 1 OR EDAD = 2) AND CIUDAD = MADRID, never EDAD = 1 OR (EDAD = 2 AND MADRID).
+  EXPECT_EQ(Sorted("EDAD = 1 OR EDAD = 2 AND CIUDAD = MADRID"), (List{1, 6}));
+  EXPECT_EQ(Sorted("CIUDAD = MADRID AND EDAD = 3 OR EDAD = 1"), (List{1, 3, 5}));
+  // A keyed "=" after an OR is walked alone: the AND applies to everything before it.
+  EXPECT_EQ(Sorted("EDAD = 3 OR NOMBRE = GARCIA AND CIUDAD = MADRID"), (List{1, 3}));
+  // As the first condition, the ANDs after it are checked during its walk.
+  EXPECT_EQ(Sorted("NOMBRE = GARCIA AND CIUDAD = BILBAO AND EDAD = 2"), (List{8}));
+  EXPECT_EQ(Sorted("NOMBRE = GARCIA AND CIUDAD = BILBAO OR EDAD = 1"), (List{1, 5, 8}));
+}
+
+TEST_F(FilterTest, ARecordOnBothSidesOfAnOrIsListedTwice) {
+  File->Filter("EDAD = 1 OR CIUDAD = MADRID");
+  EXPECT_EQ(View(), (List{1, 5, 1, 3, 6}));
+}
+
+TEST_F(FilterTest, GroupsAreEvaluatedOnTheirOwnThenCombined) {
+  EXPECT_EQ(Sorted("CIUDAD = MADRID AND (EDAD = 1 OR EDAD = 3)"), (List{1, 3}));
+  EXPECT_EQ(Sorted("(EDAD = 1) OR (CIUDAD = SEVILLA AND EDAD = 3)"), (List{1, 5, 7}));
+  EXPECT_EQ(Sorted("(EDAD = 1 OR EDAD = 2) AND (CIUDAD = BILBAO)"), (List{5, 8}));
+}
+
+TEST_F(FilterTest, XorBetweenGroupsIsAnOr) {
+  EXPECT_EQ(Sorted("(EDAD = 1) XOR (EDAD = 3)"), Sorted("(EDAD = 1) OR (EDAD = 3)"));
+  EXPECT_EQ(Sorted("(EDAD = 1) XOR (EDAD = 3)"), (List{1, 3, 5, 7}));
+}
+
+TEST_F(FilterTest, AnUnknownConnectorFailsAndKeepsTheView) {
+  File->Filter("EDAD = 2");
+  const List Before = View();
+  try {
+    File->Filter("(EDAD = 1) AND (EDAD = 2) NOT (EDAD = 3)");
+    FAIL() << "NOT accepted";
+  } catch (const TQError& Error) {
+    EXPECT_EQ(Error.Number(), 50230);
+    EXPECT_EQ(Error.Description(), "Error en filtro: NOT");
+  }
+  EXPECT_TRUE(File->State().FilterActive);
+  EXPECT_EQ(View(), Before);
+
+  File->Filter("");
+  EXPECT_THROW(File->Filter("(EDAD = 1) NOT (EDAD = 3)"), TQError);
+  EXPECT_FALSE(File->State().FilterActive);
+}
+
+TEST_F(FilterTest, AnOpeningParenthesisWithoutItsCloseIs50232) {
+  try {
+    File->Filter("(EDAD = 1) AND (EDAD = 2");
+    FAIL() << "accepted";
+  } catch (const TQError& Error) {
+    EXPECT_EQ(Error.Number(), 50232);
+    EXPECT_EQ(Error.Description(), "Error en filtro: EDAD = 2");
+  }
+}
+
+TEST_F(FilterTest, AnUnknownFieldIs50234) {
+  try {
+    File->Filter("edad = 1 AND sueldo > 3");
+    FAIL() << "accepted";
+  } catch (const TQError& Error) {
+    EXPECT_EQ(Error.Number(), 50234);
+    EXPECT_EQ(Error.Description(), "Campo SUELDO no existe");
+  }
+  EXPECT_FALSE(File->State().FilterActive);
+}
+
+TEST_F(FilterTest, OperatorSynonymsMeanTheSame) {
+  EXPECT_EQ(Sorted("SALDO => 3"), Sorted("SALDO >= 3"));
+  EXPECT_EQ(Sorted("SALDO =< 3"), Sorted("SALDO <= 3"));
+  EXPECT_EQ(Sorted("SALDO >< 3"), Sorted("SALDO <> 3"));
+  EXPECT_EQ(Sorted("SALDO >= 3"), (List{3, 5, 7, 8}));
+  EXPECT_EQ(Sorted("SALDO <> 3"), (List{1, 2, 3, 5, 6}));
+}
+
+TEST_F(FilterTest, AbsComparesAbsoluteValuesOfDoubleFields) {
+  EXPECT_EQ(Sorted("ABS(SALDO < 10)"), (List{1, 2, 5, 7, 8}));
+  EXPECT_FALSE(File->State().AbsMode);
+  EXPECT_EQ(Sorted("SALDO < 10"), (List{1, 2, 5, 6, 7, 8}));
+}
+
+TEST_F(FilterTest, APointIsAlwaysDecimalACommaFollowsTheLocale) {
+  EXPECT_EQ(Sorted("SALDO = 1.5"), (List{1}));
+  double CommaValue = 0;
+  if (!platform::TryLocaleToDouble("1,5", CommaValue)) CommaValue = 0;
+  List Expected;
+  if (CommaValue == 1.5) Expected = {1};
+  if (CommaValue == 15) Expected = {3};
+  EXPECT_EQ(Sorted("SALDO = 1,5"), Expected);
+}
+
+TEST_F(FilterTest, EqualsWithAStarIsLike) {
+  EXPECT_EQ(Sorted("NOMBRE = GAR*"), Sorted("NOMBRE LIKE GAR*"));
+  EXPECT_EQ(Sorted("NOMBRE = GAR*"), (List{1, 3, 8}));
+  EXPECT_EQ(Sorted("NOMBRE LIKE GARCI?"), (List{1, 8}));
+  EXPECT_EQ(Sorted("NOMBRE LIKE *EZ"), (List{2, 5}));  // no literal head: a file pass
+}
+
+TEST_F(FilterTest, TextIsComparedWithoutItsPaddingAndQuotesAreOptional) {
+  EXPECT_EQ(Sorted("NOMBRE = GARCIA"), (List{1, 8}));
+  EXPECT_EQ(Sorted("NOMBRE = 'GARCIA'"), (List{1, 8}));
+  EXPECT_EQ(Sorted("NOTA = GARCIA"), (List{7, 8}));
+  EXPECT_EQ(Sorted("CIUDAD > MADRID"), (List{2, 7}));
+}
+
+// LIKE upper-cases the field's text only inside a key walk; "=" compares the record as
+// stored everywhere.
+TEST_F(FilterTest, LowerCaseDataMatchesLikeOnlyInAKeyWalk) {
+  EXPECT_EQ(Sorted("NOMBRE LIKE LOP*"), (List{2, 6}));  // keyed: walked
+  EXPECT_EQ(Sorted("NOMBRE = LOPEZ"), (List{2}));
+  EXPECT_EQ(Sorted("NOTA LIKE GAR*"), (List{7, 8}));  // not keyed: record 1 holds "garcia"
+}
+
+TEST_F(FilterTest, DeletedRecordsAreNeverSelected) {
+  EXPECT_EQ(Sorted("EDAD >= -100"), (List{1, 2, 3, 5, 6, 7, 8}));
+  EXPECT_EQ(Sorted("NOMBRE >= ''"), (List{1, 2, 3, 5, 6, 7, 8}));
+}
+
+TEST_F(FilterTest, KeyRangesWalkTheKeyInEitherDirection) {
+  EXPECT_EQ(Sorted("NOMBRE >= GARCIA"), (List{1, 2, 3, 5, 6, 8}));
+  EXPECT_EQ(Sorted("NOMBRE > GARCIA"), (List{2, 3, 5, 6}));
+  EXPECT_EQ(Sorted("NOMBRE <= GARCIA"), (List{1, 7, 8}));
+  EXPECT_EQ(Sorted("NOMBRE < GARCIA"), (List{7}));
+  EXPECT_EQ(Sorted("NOMBRE < A"), List{});
+  EXPECT_EQ(Sorted("NOMBRE > ZZZ"), List{});
+}
+
+TEST_F(FilterTest, TheDirectFormWalksOneKeyByPrefix) {
+  EXPECT_EQ(Sorted("\\01GARCIA"), (List{1, 3, 8}));
+  EXPECT_EQ(Sorted("\\01LOPEZ"), (List{2, 6}));  // keys hold upper-cased text
+  EXPECT_EQ(Sorted("\\01"), (List{1, 2, 3, 5, 6, 7, 8}));
+  EXPECT_EQ(Sorted("\\01ZZ"), List{});
+  for (const char* Bad : {"\\99GARCIA", "\\1", "\\AB"}) {
+    try {
+      File->Filter(Bad);
+      ADD_FAILURE() << Bad;
+    } catch (const TQError& Error) {
+      EXPECT_EQ(Error.Number(), 50230) << Bad;
+    }
+  }
+}
+
+TEST_F(FilterTest, CleanDropsDeletedEntriesAndKeepsThePlaceInside) {
+  File->Filter("EDAD >= 1");
+  TableState& State = File->State();
+  State.FilterList = {0, 1, 0, 3, -2, 5};
+  State.FilterPos = 5;
+  File->Filter("clean");
+  EXPECT_EQ(View(), (List{1, 3, 5}));
+  EXPECT_EQ(State.FilterPos, 3);
+  EXPECT_TRUE(State.FilterActive);
+  State.FilterList = {0, 0, 0};
+  File->Filter("CLEAN");
+  EXPECT_EQ(State.FilterList, (List{0}));
+  EXPECT_EQ(State.FilterPos, 0);
+}
+
+TEST_F(FilterTest, EmptyConditionsSelectNothingButATrailingConnectorIsHarmless) {
+  EXPECT_EQ(Sorted("EDAD = 1 AND "), (List{1, 5}));
+  EXPECT_EQ(Sorted("EDAD = 1 And "), (List{1, 5}));
+  EXPECT_EQ(Sorted(" AND EDAD = 1"), List{});  // "" selects nothing, then narrows
+  EXPECT_EQ(Sorted(" OR EDAD = 1"), (List{1, 5}));
+  EXPECT_EQ(Sorted(" "), List{});
+  EXPECT_EQ(File->LastError(), 16);
+  EXPECT_EQ(Sorted("NOMBRE GARCIA"), List{});
+}
+
+TEST_F(FilterTest, HostileExpressionsGiveADefinedErrorOrResult) {
+  std::vector<std::string> Texts = {
+      std::string(5000, '(') + std::string(5000, ')'),
+      "(" + std::string(9998, 'A') + ")",
+      "EDAD = 1 AND (" + std::string(9000, '(') + "EDAD = 1",
+      "((EDAD = 1))",
+      "(EDAD = 1",
+      "EDAD = 1)",
+      ")(",
+      "ABS(",
+      "ABS",
+      "\\",
+      "'",
+      "=",
+      "EDAD = ",
+      "NOMBRE LIKE " + std::string(10000, '*') + "X",
+      "(EDAD = 1) AND",
+      "(EDAD = 1) AND ()",
+      "A = 1 OR (",
+  };
+  std::string Long;
+  while (Long.size() < 10000) Long += "EDAD = 1 OR EDAD = 2 AND CIUDAD <> X AND ";
+  Texts.push_back(Long);
+  std::string Grouped = "EDAD = 1";
+  while (Grouped.size() < 10000) Grouped += " OR (EDAD = 2 AND SALDO < 100)";
+  Texts.push_back(Grouped);
+  std::mt19937 Random(5);
+  const std::string Pieces[] = {"(", ")", " AND ", " OR ", "EDAD", "NOMBRE", " = ", "<",    ">",
+                                "*", "'", "\\",    "1",    "GAR",  " ",      "XOR", "LIKE", "ABS("};
+  for (int I = 0; I < 1500; ++I) {
+    std::string Text;
+    const int Count = static_cast<int>(Random() % 12);
+    for (int K = 0; K < Count; ++K) Text += Pieces[Random() % std::size(Pieces)];
+    Texts.push_back(Text);
+  }
+  for (const std::string& Text : Texts) {
+    try {
+      File->Filter(Text);
+      const TableState& State = File->State();
+      EXPECT_TRUE(Text.empty() || State.FilterActive);
+      EXPECT_LE(State.FilterPos, static_cast<int32_t>(State.FilterList.size()) - 1);
+    } catch (const TQError& Error) {
+      EXPECT_TRUE(Error.Number() == 50230 || Error.Number() == 50232 || Error.Number() == 50234)
+          << Text.substr(0, 80) << " gave " << Error.Number() << " " << Error.Description();
+    }
+    EXPECT_FALSE(File->State().AbsMode);
+  }
+  EXPECT_EQ(Sorted(Long.substr(0, Long.size() - 5)), (List{1, 2, 5, 6, 8}));
+}
+
+// A table of 2600 records of 2012 bytes, where a pass over the data file costs many reads.
+class KeyedFilterReadsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    TableSpec Table;
+    Table.Description = "ANCHA";
+    Table.Fields = {{"CODIGO", 0, 8, 1}, {"RELLENO", 11, 2000, 2}, {"GRUPO", 11, 4, 3}};
+    Table.Keys = {KeySpec{{{1, 1, 8}}}};
+    for (int I = 1; I <= 2600; ++I) {
+      char Code[16];
+      std::snprintf(Code, sizeof Code, "C%05d", I);
+      Records.push_back(
+          testing::RecordBytes(Table, {Code, std::string(2000, 'R'), I % 7 == 0 ? "G7" : "GX"}));
+    }
+    File = testing::OpenTable(Dir, testing::WriteTable(Dir, "ANCHA", "01", Table, Records));
+  }
+
+  uint64_t ReadsOf(const std::string& Filter) {
+    platform::ResetIoCounters();
+    File->Filter(Filter);
+    return platform::GetIoCounters().Reads;
+  }
+
+  testing::TempDir Dir;
+  std::vector<std::string> Records;
+  std::unique_ptr<TQFile> File;
+};
+
+TEST_F(KeyedFilterReadsTest, KeyedConditionsReadOnlyTheRecordsTheirKeyRangeHolds) {
+  const uint64_t Pass = ReadsOf("GRUPO = G7");
+  EXPECT_EQ(File->State().FilterList.size() - 1, 371u);
+  EXPECT_GT(Pass, 30u);  // the pass reads the whole file
+
+  // "=": the key's nodes plus the three records whose key matches.
+  const uint64_t Equal = ReadsOf("CODIGO = C00100");
+  EXPECT_EQ(File->State().FilterList.size() - 1, 1u);
+  EXPECT_LE(Equal, 1u + 6u);
+  EXPECT_LE(ReadsOf("CODIGO LIKE C0010*"), 10u + 8u);
+  EXPECT_EQ(File->State().FilterList.size() - 1, 10u);
+  // Ranges decide on the key alone.
+  EXPECT_LE(ReadsOf("CODIGO >= C02590"), 6u);
+  EXPECT_EQ(File->State().FilterList.size() - 1, 11u);
+  EXPECT_LE(ReadsOf("CODIGO < C00005"), 6u);
+  EXPECT_EQ(File->State().FilterList.size() - 1, 4u);
+  // Conditions folded into an "=" walk read only the walked records.
+  EXPECT_LE(ReadsOf("CODIGO = C0002* AND GRUPO = G7"), 10u + 10u + 6u);
+  EXPECT_EQ(File->State().FilterList.size() - 1, 2u);  // C00021 and C00028
+}
+
+TEST_F(KeyedFilterReadsTest, LongStepsRaiseProgressAboveTwoThousandRecords) {
+  std::vector<int32_t> Seen;
+  File->OnProgress([&](int32_t Percentage) { Seen.push_back(Percentage); });
+  File->Filter("GRUPO = G7");
+  ASSERT_FALSE(Seen.empty());
+  EXPECT_EQ(Seen.front(), 1);
+  EXPECT_EQ(Seen.back(), 100);
+  EXPECT_TRUE(std::is_sorted(Seen.begin(), Seen.end()));
+}
+
+}  // namespace
+}  // namespace tqdb::query

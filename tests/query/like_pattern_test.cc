@@ -1,0 +1,53 @@
+#include "query/like_pattern.h"
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace tqdb::query {
+namespace {
+
+TEST(LikePatternTest, StarMatchesAnyRunIncludingNone) {
+  EXPECT_TRUE(MatchesPattern("GARCIA", "GAR*"));
+  EXPECT_TRUE(MatchesPattern("GAR", "GAR*"));
+  EXPECT_TRUE(MatchesPattern("GARCIA", "*CIA"));
+  EXPECT_TRUE(MatchesPattern("GARCIA", "G*C*A"));
+  EXPECT_TRUE(MatchesPattern("", "*"));
+  EXPECT_TRUE(MatchesPattern("", "***"));
+  EXPECT_FALSE(MatchesPattern("GARCIA", "*X*"));
+  EXPECT_FALSE(MatchesPattern("GARCIA", "GAR"));
+}
+
+TEST(LikePatternTest, QuestionMarkMatchesExactlyOneCharacter) {
+  EXPECT_TRUE(MatchesPattern("GARCIA", "GARCI?"));
+  EXPECT_FALSE(MatchesPattern("GARCI", "GARCI?"));
+  EXPECT_FALSE(MatchesPattern("GARCIAS", "GARCI?"));
+  EXPECT_TRUE(MatchesPattern("AB", "??"));
+  EXPECT_FALSE(MatchesPattern("", "?"));
+  EXPECT_TRUE(MatchesPattern("ABC", "?*?"));
+}
+
+TEST(LikePatternTest, ComparesBytesWithoutCaseFolding) {
+  EXPECT_FALSE(MatchesPattern("garcia", "GAR*"));
+  EXPECT_TRUE(MatchesPattern("MU\xD1OZ", "MU?OZ"));  // Ñ in Windows-1252
+  EXPECT_TRUE(MatchesPattern("A*B", "A*B"));
+  EXPECT_TRUE(MatchesPattern("A?B", "A?B"));
+}
+
+TEST(LikePatternTest, BacktracksOnlyToTheLastStar) {
+  EXPECT_TRUE(MatchesPattern("ABABABC", "*ABC"));
+  EXPECT_TRUE(MatchesPattern("AXBXC", "*X*X*"));
+  EXPECT_FALSE(MatchesPattern("AXBXC", "*X*X*X*"));
+}
+
+// A pattern that makes naive recursive matchers take exponential time must finish fast.
+TEST(LikePatternTest, LongPatternsOfStarsStayPolynomial) {
+  const std::string Text(20000, 'A');
+  std::string Pattern;
+  for (int I = 0; I < 200; ++I) Pattern += "*A";
+  EXPECT_FALSE(MatchesPattern(Text, Pattern + "B"));
+  EXPECT_TRUE(MatchesPattern(Text, Pattern));
+}
+
+}  // namespace
+}  // namespace tqdb::query
