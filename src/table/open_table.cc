@@ -1,0 +1,208 @@
+// Opening, closing and deleting a table: the file set, the presence lock, and the silent
+// rebuild of a key file that cannot be opened.
+#include "table/open_table.h"
+
+#include <algorithm>
+#include <string>
+
+#include "maintenance/audit_archive.h"
+#include "platform/codepage.h"
+#include "platform/fault.h"
+#include "platform/file_pool.h"
+#include "platform/messages.h"
+#include "platform/numbers.h"
+#include "platform/paths.h"
+#include "table/TQFile.h"
+#include "table/channel.h"
+#include "table/dictionary.h"
+
+namespace tqdb {
+namespace {
+
+constexpr int16_t kKeyFileNotCreated = 23;
+constexpr int16_t kKeyFileNotOpened = 26;
+constexpr int32_t kKeyCreationFailed = 50228;
+constexpr int16_t kImageFieldType = 62;
+
+// Mid(Text, Start, Length) with a 0-based Start: what there is of the range, maybe "".
+std::string Mid(std::string_view Text, size_t Start, size_t Length) {
+  if (Start >= Text.size()) return "";
+  return std::string(Text.substr(Start, Length));
+}
+
+// A path as it travels in an engine command: "/" is the command's own separator, so
+// every "/" is written as "\" (the file layer reads either as a directory separator).
+std::string CommandPath(std::string_view Path) {
+  std::string Text(Path);
+  std::replace(Text.begin(), Text.end(), '/', '\\');
+  return Text;
+}
+
+std::string FileBase(const TableState& State) {
+  return State.DataPath + State.TableName + State.TableSuffix;
+}
+
+bool HasImageField(const TableState& State) {
+  const int32_t Last =
+      std::min<int32_t>(State.NumFields, static_cast<int32_t>(State.FieldTypes.size()) - 1);
+  for (int32_t I = 1; I <= Last; ++I) {
+    if (State.FieldTypes[static_cast<size_t>(I)] == kImageFieldType) return true;
+  }
+  return false;
+}
+
+// Opens Path on the data file's number and takes the presence lock on it.
+void OpenDataFile(TableState& State, const std::string& Path) {
+  platform::Open(State.DataFileNo, Path);
+  platform::HoldPresence(State.DataFileNo);
+}
+
+void OpenImageFile(TableState& State) {
+  if (State.ImageFileNo == 0) {
+    State.ImageFileNo = platform::TakeFreeNumber();
+  } else {
+    platform::Close(static_cast<platform::FileNo>(State.ImageFileNo));
+  }
+  platform::Open(static_cast<platform::FileNo>(State.ImageFileNo), FileBase(State) + ".tqw");
+}
+
+bool HasCodeAtLeast93(std::string_view Text) {
+  return std::any_of(Text.begin(), Text.end(),
+                     [](char C) { return static_cast<uint8_t>(C) >= 93; });
+}
+
+// A file number taken for the length of one check.
+class TemporaryNumber {
+ public:
+  TemporaryNumber() : number_(platform::TakeFreeNumber()) {}
+  ~TemporaryNumber() {
+    try {
+      platform::ReleaseNumber(number_);
+    } catch (...) {
+    }
+  }
+  TemporaryNumber(const TemporaryNumber&) = delete;
+  TemporaryNumber& operator=(const TemporaryNumber&) = delete;
+  platform::FileNo Get() const { return number_; }
+
+ private:
+  platform::FileNo number_;
+};
+
+// Raises Fault 70 when another table object holds DataFile open (its presence lock).
+// With the table's own data file open, the check converts this object's presence lock to
+// the exclusive one, which it keeps until the file is closed.
+void RequireExclusiveUse(TableState& State, const std::string& DataFile) {
+  bool Exclusive = true;
+  if (State.DataFileNo > 0 && platform::IsOpen(State.DataFileNo)) {
+    Exclusive = platform::TryExclusivePresence(State.DataFileNo);
+  } else if (platform::FileExists(DataFile)) {
+    TemporaryNumber Probe;
+    platform::Open(Probe.Get(), DataFile);
+    Exclusive = platform::TryExclusivePresence(Probe.Get());
+  }
+  if (!Exclusive) throw platform::Fault(platform::kPermissionDenied);
+}
+
+// Builds the key file again from the dictionary and the data file ("C"). Status 23 is
+// shown and stops the open; any other failure raises 50228; success reopens the data
+// file so that it is read afresh.
+void RebuildKeyFile(TableState& State, const std::string& KeyPath, const std::string& DataPath) {
+  SendCommand(State, "/C/" + CommandPath(KeyPath) + "/" + KeyShape(State) + "/A/" +
+                         platform::StrOf(State.DataFileNo));
+  const int16_t Status = State.LastError;
+  if (Status == kKeyFileNotCreated) {
+    // The path when the command holds characters that could have made it fail, else
+    // what went wrong (the key file path when the engine left no description).
+    const bool ShowPath = HasCodeAtLeast93(State.EngineCommand) || State.ErrorText.empty();
+    platform::ShowMessage(ShowPath ? KeyPath : platform::Utf8ToCp1252(State.ErrorText),
+                          MessageIcon::Critical);
+    return;
+  }
+  if (Status != 0) {
+    throw platform::Fault(kKeyCreationFailed, "Error indexados: " + platform::StrOf(Status) +
+                                                  platform::Cp1252ToUtf8(State.EngineCommand));
+  }
+  platform::Close(State.DataFileNo);
+  OpenDataFile(State, DataPath);
+}
+
+}  // namespace
+
+int32_t OpenFile(TableState& State, std::string_view FileName, std::string_view TableDirectory,
+                 bool TableDirectoryGiven) {
+  if (!State.DataFileOpen) {
+    State.DataFileNo = platform::TakeFreeNumber();
+    State.DataFileOpen = true;
+  } else {
+    platform::Close(State.DataFileNo);
+  }
+  State.TableDirectoryGiven = TableDirectoryGiven;
+  if (TableDirectoryGiven) {
+    State.DictionaryDir = std::string(TableDirectory);
+    SendCommand(State, "T\\" + CommandPath(State.DictionaryDir));
+  }
+  State.DataPath = platform::DirectoryPart(FileName);
+  State.TableSuffix = Mid(FileName, State.DataPath.size() + 5, 2);
+  State.TableName = Mid(FileName, State.DataPath.size(), 5);
+  OpenRoutine(State, 1, "");
+  State.FilterPos = 0;
+  return State.LastError;
+}
+
+void OpenRoutine(TableState& State, int OpenIndexFlag, const std::string& ExplicitDataPath) {
+  const std::string Name = State.TableName;
+  LoadDictionary(State, Name);
+  platform::Close(State.DataFileNo);
+
+  std::string DataPath = FileBase(State) + ".tqd";
+  if (ExplicitDataPath.empty()) {
+    OpenDataFile(State, DataPath);
+    if (HasImageField(State)) OpenImageFile(State);
+  } else {
+    OpenIndexFlag = 0;
+    DataPath = ExplicitDataPath;
+    OpenDataFile(State, DataPath);
+  }
+
+  const std::string KeyPath = FileBase(State) + ".tqc";
+  bool Recreate = false;
+  if (OpenIndexFlag == 1) {
+    SendCommand(State, "/O/" + CommandPath(KeyPath) + "/" + std::to_string(State.DataFileNo));
+    if (State.LastError == kKeyFileNotOpened) {
+      platform::ShowMessage(
+          "Error indexados " + std::to_string(kKeyFileNotOpened) + "  " + State.EngineCommand,
+          MessageIcon::Critical);
+      return;
+    }
+    Recreate = State.LastError != 0;
+  }
+  State.BaseName = Name;
+  if (Recreate) RebuildKeyFile(State, KeyPath, DataPath);
+}
+
+void CloseDB(TableState& State) {
+  if (State.DataFileNo > 0) platform::ReleaseNumber(State.DataFileNo);
+  State.DataFileNo = 0;
+  if (State.ImageFileNo > 0) {
+    platform::ReleaseNumber(static_cast<platform::FileNo>(State.ImageFileNo));
+    State.ImageFileNo = 0;
+  }
+  SendCommand(State, "K");
+  State.DataFileOpen = false;
+  for (LinkedTable& Linked : State.LinkedTables) {
+    if (!Linked.Name.empty() && Linked.Table) Linked.Table->CloseDB();
+  }
+}
+
+void KillDB(TableState& State, bool Confirm) {
+  if (!Confirm) return;
+  const std::string Base = State.DataPath + State.BaseName + State.TableSuffix;
+  RequireExclusiveUse(State, Base + ".TQd");
+  if (State.DataFileNo > 0) platform::Close(State.DataFileNo);
+  SendCommand(State, "K");
+  ArchiveAndDelete(Base + ".TQd");
+  ArchiveAndDelete(Base + ".TQc");
+}
+
+}  // namespace tqdb

@@ -1,0 +1,144 @@
+#include "maintenance/audit_archive.h"
+
+#include <gtest/gtest.h>
+#include <zip.h>
+
+#include <filesystem>
+#include <memory>
+#include <regex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/scoped_env.h"
+#include "support/temp_dir.h"
+#include "table/TQFile.h"
+
+namespace tqdb {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ScopedEnv;
+using testing::TempDir;
+
+// Collects the messages shown while it lives.
+class MessageCapture {
+ public:
+  MessageCapture() {
+    SetMessageSink(
+        [this](const std::string& Text, MessageIcon Icon) { Messages.emplace_back(Text, Icon); });
+  }
+  ~MessageCapture() { SetMessageSink(nullptr); }
+  std::vector<std::pair<std::string, MessageIcon>> Messages;
+};
+
+std::vector<std::string> FilesIn(const std::string& Directory) {
+  std::vector<std::string> Names;
+  std::error_code Ignored;
+  for (const auto& Entry : fs::directory_iterator(Directory, Ignored)) {
+    Names.push_back(Entry.path().filename().string());
+  }
+  return Names;
+}
+
+// The one member of a zip archive: its name and its bytes.
+std::pair<std::string, std::string> ReadOnlyMember(const std::string& Archive) {
+  int Error = 0;
+  std::unique_ptr<zip_t, int (*)(zip_t*)> Zip(zip_open(Archive.c_str(), ZIP_RDONLY, &Error),
+                                              zip_close);
+  if (!Zip) return {"<cannot open>", ""};
+  if (zip_get_num_entries(Zip.get(), 0) != 1) return {"<not one member>", ""};
+  zip_stat_t Stat;
+  zip_stat_index(Zip.get(), 0, 0, &Stat);
+  std::unique_ptr<zip_file_t, int (*)(zip_file_t*)> Member(zip_fopen_index(Zip.get(), 0, 0),
+                                                           zip_fclose);
+  std::string Bytes(Stat.size, '\0');
+  const zip_int64_t Read = zip_fread(Member.get(), Bytes.data(), Stat.size);
+  Bytes.resize(Read < 0 ? 0 : static_cast<size_t>(Read));
+  return {Stat.name, Bytes};
+}
+
+class AuditArchiveTest : public ::testing::Test {
+ protected:
+  TempDir Temp;
+  TempDir Data;
+  ScopedEnv Tmp{"TMPDIR", Temp.Dir().c_str()};
+  std::string AuditFolder() const { return Temp.Dir() + "Brinvale/Auditoria"; }
+};
+
+TEST_F(AuditArchiveTest, KeepsACompressedTimeStampedCopyAndDeletesTheFile) {
+  const std::string Original = std::string("datos\0\x01\xf1 originales", 20);
+  const std::string Path = Data.Write("CLIEN01.TQd", Original);
+  MessageCapture Shown;
+
+  EXPECT_EQ(ZipAndKill(Path), 0);
+
+  EXPECT_FALSE(fs::exists(Path));
+  const std::vector<std::string> Archives = FilesIn(AuditFolder());
+  ASSERT_EQ(Archives.size(), 1u);
+  EXPECT_TRUE(std::regex_match(Archives[0],
+                               std::regex(R"(CLIEN01\.TQd \d{4}-\d\d-\d\d \d\d \d\d \d\d \.zip)")))
+      << Archives[0];
+  const auto [Member, Bytes] = ReadOnlyMember(AuditFolder() + "/" + Archives[0]);
+  EXPECT_EQ(Member, "CLIEN01.TQd");
+  EXPECT_EQ(Bytes, Original);
+  EXPECT_TRUE(Shown.Messages.empty());
+}
+
+TEST_F(AuditArchiveTest, FindsTheFileWhateverTheCaseOfItsName) {
+  Data.Write("clien01.tqc", "claves");
+  EXPECT_EQ(ZipAndKill(Data.File("CLIEN01.TQc")), 0);
+  EXPECT_FALSE(fs::exists(Data.File("clien01.tqc")));
+  EXPECT_EQ(FilesIn(AuditFolder()).size(), 1u);
+}
+
+TEST_F(AuditArchiveTest, AMissingFileIsNoErrorAndShowsNothing) {
+  MessageCapture Shown;
+  EXPECT_EQ(ZipAndKill(Data.File("NADA01.TQd")), 0);
+  ArchiveAndDelete(Data.File("NADA01.TQd"));
+  EXPECT_TRUE(Shown.Messages.empty());
+  EXPECT_TRUE(FilesIn(AuditFolder()).empty());
+}
+
+TEST_F(AuditArchiveTest, AnArchiveThatCannotBeWrittenIsReportedAndTheFileStillGoes) {
+  // The temporary directory is a plain file: the audit folder cannot be made.
+  const std::string NotADirectory = Temp.Write("plain", "x");
+  ScopedEnv Broken("TMPDIR", (NotADirectory + "/").c_str());
+  const std::string Path = Data.Write("CLIEN01.TQd", "datos");
+  MessageCapture Shown;
+
+  ArchiveAndDelete(Path);
+
+  EXPECT_FALSE(fs::exists(Path));
+  ASSERT_EQ(Shown.Messages.size(), 1u);
+  EXPECT_TRUE(
+      std::regex_match(Shown.Messages[0].first, std::regex(R"(Error -?[1-9]\d* en auditoria)")))
+      << Shown.Messages[0].first;
+  EXPECT_EQ(Shown.Messages[0].second, MessageIcon::None);
+}
+
+TEST_F(AuditArchiveTest, AuditPathCreatesTheFolderWithAllItsParents) {
+  ScopedEnv Deep("TMPDIR", (Temp.Dir() + "a/b/c").c_str());
+  const std::string Path = AuditPath("x.zip");
+  EXPECT_EQ(Path, Temp.Dir() + "a/b/c/Brinvale/Auditoria/x.zip");
+  EXPECT_TRUE(fs::is_directory(Temp.Dir() + "a/b/c/Brinvale/Auditoria"));
+}
+
+TEST_F(AuditArchiveTest, ANameThatBeginsWithASeparatorGetsNoSecondOne) {
+  EXPECT_EQ(AuditPath("\\x.zip"), AuditFolder() + "\\x.zip");
+  EXPECT_EQ(AuditPath("/x.zip"), AuditFolder() + "/x.zip");
+  EXPECT_EQ(AuditPath("x.zip"), AuditFolder() + "/x.zip");
+}
+
+TEST_F(AuditArchiveTest, MakeDirTreeLeavesAnExistingDirectoryAndIgnoresFailures) {
+  MakeDirTree(Temp.Dir() + "p/q/");
+  EXPECT_TRUE(fs::is_directory(Temp.Dir() + "p/q"));
+  MakeDirTree(Temp.Dir() + "p/q");
+  EXPECT_TRUE(fs::is_directory(Temp.Dir() + "p/q"));
+  const std::string File = Temp.Write("f", "x");
+  MakeDirTree(File + "/under");  // cannot be made; raises nothing
+  EXPECT_FALSE(fs::exists(File + "/under"));
+}
+
+}  // namespace
+}  // namespace tqdb

@@ -1,0 +1,466 @@
+#include "table/open_table.h"
+
+#include <gtest/gtest.h>
+#include <zip.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <random>
+#include <regex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/file_pool.h"
+#include "platform/paths.h"
+#include "support/key_file_bytes.h"
+#include "support/scoped_env.h"
+#include "support/table_writer.h"
+#include "support/temp_dir.h"
+#include "table/TQFile.h"
+#include "table/TableState.h"
+
+namespace tqdb {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::KeyFileBytes;
+using testing::KeyOrder;
+using testing::ScopedEnv;
+using testing::TableSpec;
+using testing::TempDir;
+
+class MessageCapture {
+ public:
+  MessageCapture() {
+    SetMessageSink(
+        [this](const std::string& Text, MessageIcon Icon) { Messages.emplace_back(Text, Icon); });
+  }
+  ~MessageCapture() { SetMessageSink(nullptr); }
+  std::vector<std::pair<std::string, MessageIcon>> Messages;
+};
+
+// CLIEN: a code, a name and a balance; key 1 on the code, key 2 on the name's first
+// eight characters then the code, key 3 on characters 3-6 of the code (by field id).
+TableSpec Clients() {
+  TableSpec T;
+  T.Description = "Clientes";
+  T.Fields = {{"Codigo", 10, 6, 1}, {"Nombre", 10, 12, 2}, {"Saldo", 3, 8, 3}};
+  T.Keys = {{{{1, 1, 6}}}, {{{2, 1, 8}, {1, 1, 6}}}, {{{1, 3, 4, true}}}};
+  return T;
+}
+
+std::vector<std::string> ClientRecords(int Count) {
+  static const char* const kNames[] = {"GARCIA", "lopez", "MARTIN", "garcia", "PEREZ", "ABAD"};
+  std::vector<std::string> Records;
+  for (int I = 1; I <= Count; ++I) {
+    char Code[8];
+    std::snprintf(Code, sizeof Code, "%06d", (I * 7919) % 100000);
+    Records.push_back(testing::RecordBytes(Clients(), {Code, kNames[I % 6], I * 1.5}));
+  }
+  return Records;
+}
+
+std::string Joined(const std::vector<std::string>& Records) {
+  std::string All;
+  for (const std::string& R : Records) All += R;
+  return All;
+}
+
+// Record numbers met walking key Key from the first entry to the end.
+std::vector<int32_t> WalkForward(TQFile& Table, int16_t Key) {
+  Table.SetIndex(Key);
+  std::vector<int32_t> Seen;
+  Table.MoveFirst();
+  for (int Guard = 0; !Table.Eof() && Guard < 10000; ++Guard) {
+    Seen.push_back(Table.BookMark());
+    Table.MoveNext();
+  }
+  return Seen;
+}
+
+std::vector<int32_t> WalkBackward(TQFile& Table, int16_t Key) {
+  Table.SetIndex(Key);
+  std::vector<int32_t> Seen;
+  Table.MoveLast();
+  for (int Guard = 0; !Table.Bof() && Guard < 10000; ++Guard) {
+    Seen.insert(Seen.begin(), Table.BookMark());
+    Table.MovePrevious();
+  }
+  return Seen;
+}
+
+class OpenTableTest : public ::testing::Test {
+ protected:
+  // Writes the dictionary and the data file, and the key file unless told not to.
+  void WriteTable(int Count, bool WithKeyFile = true) {
+    Records = ClientRecords(Count);
+    testing::WriteDictionary(Dict.Dir(), "CLIEN", Clients());
+    testing::WriteDataFile(Data.File("CLIEN01.tqd"), Records);
+    if (WithKeyFile) Data.Write("CLIEN01.tqc", KeyFileBytes(Clients(), Records));
+  }
+  void ExpectEveryKeyWalksInOrder(TQFile& Table) {
+    for (int16_t Key = 1; Key <= 3; ++Key) {
+      const std::vector<int32_t> Expected = KeyOrder(Clients(), Key, Records);
+      EXPECT_EQ(WalkForward(Table, Key), Expected) << "key " << Key;
+      EXPECT_EQ(WalkBackward(Table, Key), Expected) << "key " << Key;
+    }
+  }
+  std::string TableFile() const { return Data.File("CLIEN01"); }
+
+  TempDir Dict;
+  TempDir Data;
+  std::vector<std::string> Records;
+};
+
+TEST_F(OpenTableTest, OpensATableWrittenByteByByteAndWalksEveryKey) {
+  WriteTable(150);
+  MessageCapture Shown;
+  TQFile Table;
+  EXPECT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 0);
+  EXPECT_EQ(Table.TableName(), "CLIEN");
+  EXPECT_EQ(Table.TableDescripcion(), "Clientes");
+  EXPECT_EQ(Table.FieldCount(), 3);
+  EXPECT_EQ(Table.RecordCount(), 150);
+  ExpectEveryKeyWalksInOrder(Table);
+  EXPECT_TRUE(Shown.Messages.empty());
+}
+
+TEST_F(OpenTableTest, FormsTheFileSetFromTheFileName) {
+  WriteTable(3);
+  TQFile Table;
+  EXPECT_EQ(Table.OpenFile(Data.Dir() + "CLIEN01.anything", Dict.Dir()), 0);
+  const TableState& S = Table.State();
+  EXPECT_EQ(S.DataPath, Data.Dir());
+  EXPECT_EQ(S.TableName, "CLIEN");
+  EXPECT_EQ(S.BaseName, "CLIEN");
+  EXPECT_EQ(S.TableSuffix, "01");
+  EXPECT_EQ(S.DictionaryDir, Dict.Dir());
+  EXPECT_EQ(S.ImageFileNo, 0);
+  EXPECT_FALSE(fs::exists(Data.File("CLIEN01.tqw")));
+}
+
+TEST_F(OpenTableTest, ABackslashEndsTheDirectoryAsWellAsASlash) {
+  WriteTable(3);
+  TQFile Table;
+  EXPECT_EQ(Table.OpenFile(Data.Path() + "\\CLIEN01", Dict.Dir()), 0);
+  EXPECT_EQ(Table.State().DataPath, Data.Path() + "\\");
+  EXPECT_EQ(WalkForward(Table, 1).size(), 3u);
+}
+
+TEST_F(OpenTableTest, OpeningTwiceKeepsTheDataFileNumber) {
+  WriteTable(5);
+  TQFile Table;
+  ASSERT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 0);
+  const int16_t Number = Table.DataFileNo();
+  ASSERT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 0);
+  EXPECT_EQ(Table.DataFileNo(), Number);
+  ExpectEveryKeyWalksInOrder(Table);
+}
+
+TEST_F(OpenTableTest, AMissingKeyFileIsRebuiltSilently) {
+  WriteTable(150);
+  {
+    TQFile First;
+    ASSERT_EQ(First.OpenFile(TableFile(), Dict.Dir()), 0);
+  }
+  fs::remove(Data.File("CLIEN01.tqc"));
+  MessageCapture Shown;
+  std::vector<int32_t> Progress;
+  TQFile Table;
+  Table.OnProgress([&](int32_t Percentage) { Progress.push_back(Percentage); });
+
+  EXPECT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 0);
+
+  EXPECT_TRUE(platform::FileExists(Data.File("CLIEN01.tqc")));
+  EXPECT_EQ(Progress, std::vector<int32_t>{67});  // after 100 of 150 records
+  EXPECT_TRUE(Shown.Messages.empty());
+  ExpectEveryKeyWalksInOrder(Table);
+}
+
+TEST_F(OpenTableTest, AnEmptyKeyFileIsRebuiltToo) {
+  WriteTable(20);
+  Data.Write("CLIEN01.tqc", "");
+  TQFile Table;
+  EXPECT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 0);
+  ExpectEveryKeyWalksInOrder(Table);
+}
+
+TEST_F(OpenTableTest, AKeyFileThatCannotBeOpenedIsReportedAndNotRebuilt) {
+  WriteTable(4, /*WithKeyFile=*/false);
+  fs::create_directory(Data.File("CLIEN01.tqc"));  // there, but no file to open
+  MessageCapture Shown;
+  std::vector<int32_t> Progress;
+  TQFile Table;
+  Table.OnProgress([&](int32_t Percentage) { Progress.push_back(Percentage); });
+
+  EXPECT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 26);
+
+  ASSERT_EQ(Shown.Messages.size(), 1u);
+  EXPECT_EQ(Shown.Messages[0].second, MessageIcon::Critical);
+  EXPECT_EQ(Shown.Messages[0].first.rfind("Error indexados 26  O/", 0), 0u)
+      << Shown.Messages[0].first;
+  EXPECT_NE(Shown.Messages[0].first.find("CLIEN01.TQC"), std::string::npos);
+  EXPECT_TRUE(fs::is_directory(Data.File("CLIEN01.tqc")));
+  EXPECT_TRUE(Progress.empty());
+}
+
+TEST_F(OpenTableTest, WithoutATableDirectoryTheSettingNamesTheDictionaryDirectory) {
+  WriteTable(30, /*WithKeyFile=*/false);
+  const std::string Settings =
+      Dict.Write("brinvale.ini", "[Settings]\nDirectory=" + Dict.Dir() + "\n");
+  ScopedEnv UseSettings("TQDB_SETTINGS", Settings.c_str());
+  TQFile Table;
+  EXPECT_EQ(Table.OpenFile(TableFile()), 0);  // builds the key file from that dictionary too
+  EXPECT_FALSE(Table.State().TableDirectoryGiven);
+  ExpectEveryKeyWalksInOrder(Table);
+}
+
+TEST_F(OpenTableTest, AnExplicitDataPathOpensThatFileAndNoKeyFile) {
+  WriteTable(6);
+  Data.Write("ZZCLIEN01.zzz", Joined(ClientRecords(2)));
+  TQFile Table;
+  ASSERT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 0);
+  Table.CloseDB();
+  TableState& S = Table.State();
+
+  OpenRoutine(S, 1, Data.File("ZZCLIEN01.zzz"));
+
+  EXPECT_EQ(S.LastError, 0);
+  EXPECT_EQ(S.Engine.KeyFileNo, 0);
+  EXPECT_EQ(platform::OpenName(S.DataFileNo), Data.File("ZZCLIEN01.zzz"));
+  EXPECT_EQ(Table.RecordCount(), 2);
+}
+
+TEST_F(OpenTableTest, AnEmptyDataFileOpensEmpty) {
+  WriteTable(0, /*WithKeyFile=*/false);
+  TQFile Table;
+  EXPECT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 0);
+  Table.MoveFirst();
+  EXPECT_TRUE(Table.Bof());
+  EXPECT_TRUE(Table.Eof());
+  EXPECT_EQ(Table.BookMark(), 0);
+  EXPECT_EQ(Table.RecordCount(), 0);
+}
+
+TEST_F(OpenTableTest, AMissingDataFileIsCreatedEmpty) {
+  testing::WriteDictionary(Dict.Dir(), "CLIEN", Clients());
+  TQFile Table;
+  EXPECT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 0);
+  EXPECT_TRUE(fs::exists(Data.File("CLIEN01.tqd")));
+  EXPECT_EQ(fs::file_size(Data.File("CLIEN01.tqd")), 0u);
+  Table.MoveLast();
+  EXPECT_TRUE(Table.Bof() && Table.Eof());
+}
+
+TEST_F(OpenTableTest, AMissingDictionaryIsReportedAndLeftBehindEmpty) {
+  MessageCapture Shown;
+  TQFile Table;
+  try {
+    Table.OpenFile(TableFile(), Dict.Dir());
+    ADD_FAILURE() << "opened a table without a dictionary";
+  } catch (const TQError& E) {
+    EXPECT_EQ(E.Number(), 50999);
+    EXPECT_EQ(E.Description(), "La tabla CLIEN no existe en la ruta: " + Dict.Dir());
+  }
+  ASSERT_EQ(Shown.Messages.size(), 1u);
+  EXPECT_EQ(Shown.Messages[0].second, MessageIcon::Critical);
+  EXPECT_EQ(Shown.Messages[0].first.rfind("La tabla para la base de datos no existe:", 0), 0u);
+  EXPECT_NE(Shown.Messages[0].first.find(Dict.Dir() + "CLIEN.tqa"), std::string::npos);
+  EXPECT_TRUE(fs::exists(Dict.File("CLIEN.tqa")));
+  EXPECT_EQ(fs::file_size(Dict.File("CLIEN.tqa")), 0u);
+}
+
+TEST_F(OpenTableTest, UpperCaseFilesOpenUnderALowerCaseName) {
+  Records = ClientRecords(12);
+  Dict.Write("CLIEN.TQA", testing::DictionaryBytes(Clients()));
+  Data.Write("CLIEN01.TQD", Joined(Records));
+  Data.Write("CLIEN01.TQC", KeyFileBytes(Clients(), Records));
+  TQFile Table;
+  EXPECT_EQ(Table.OpenFile(Data.File("clien01"), Dict.Dir()), 0);
+  ExpectEveryKeyWalksInOrder(Table);
+  // Nothing new was created beside the copied files.
+  EXPECT_FALSE(fs::exists(Data.File("clien01.tqd")));
+  EXPECT_FALSE(fs::exists(Data.File("clien01.tqc")));
+  EXPECT_FALSE(fs::exists(Dict.File("clien.tqa")));
+}
+
+TEST_F(OpenTableTest, LowerCaseFilesOpenUnderAnUpperCaseName) {
+  Records = ClientRecords(12);
+  Dict.Write("clien.tqa", testing::DictionaryBytes(Clients()));
+  Data.Write("clien01.tqd", Joined(Records));
+  Data.Write("clien01.tqc", KeyFileBytes(Clients(), Records));
+  TQFile Table;
+  EXPECT_EQ(Table.OpenFile(Data.File("CLIEN01"), Dict.Dir()), 0);
+  ExpectEveryKeyWalksInOrder(Table);
+  EXPECT_FALSE(fs::exists(Data.File("CLIEN01.tqd")));
+}
+
+TEST_F(OpenTableTest, ATableWithAnImageFieldOpensItsImageFile) {
+  TableSpec Photos;
+  Photos.Fields = {{"Codigo", 10, 4, 1}, {"Foto", 62, 0, 2}};
+  Photos.Keys = {{{{1, 1, 4}}}};
+  testing::WriteDictionary(Dict.Dir(), "FOTOS", Photos);
+  TQFile Table;
+  EXPECT_EQ(Table.OpenFile(Data.File("FOTOS01"), Dict.Dir()), 0);
+  EXPECT_GT(Table.State().ImageFileNo, 0);
+  EXPECT_TRUE(fs::exists(Data.File("FOTOS01.tqw")));
+  Table.CloseDB();
+  EXPECT_EQ(Table.State().ImageFileNo, 0);
+}
+
+TEST_F(OpenTableTest, CloseDBClosesTheTableAndItsLinkedTables) {
+  WriteTable(5);
+  TQFile Table;
+  ASSERT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 0);
+  LinkedTable& Link = Table.State().LinkedTables[4];
+  Link.Name = "CLIEN01";
+  Link.Table = std::make_unique<TQFile>();
+  ASSERT_EQ(Link.Table->OpenFile(TableFile(), Dict.Dir()), 0);
+
+  Table.CloseDB();
+
+  EXPECT_FALSE(Table.State().DataFileOpen);
+  EXPECT_EQ(Table.State().Engine.KeyFileNo, 0);
+  EXPECT_FALSE(Link.Table->State().DataFileOpen);
+  EXPECT_EQ(Link.Table->State().Engine.KeyFileNo, 0);
+  // Nobody holds the table any more: it can be deleted.
+  TQFile Other;
+  Other.State().DataPath = Data.Dir();
+  Other.State().BaseName = "CLIEN";
+  Other.State().TableSuffix = "01";
+  TempDir Audit;
+  ScopedEnv Tmp("TMPDIR", Audit.Dir().c_str());
+  EXPECT_NO_THROW(Other.KillDB(true));
+  EXPECT_FALSE(fs::exists(Data.File("CLIEN01.tqd")));
+}
+
+// The only member of a zip archive: its name and bytes.
+std::pair<std::string, std::string> ZipMember(const std::string& Archive) {
+  int Error = 0;
+  std::unique_ptr<zip_t, int (*)(zip_t*)> Zip(zip_open(Archive.c_str(), ZIP_RDONLY, &Error),
+                                              zip_close);
+  if (!Zip || zip_get_num_entries(Zip.get(), 0) != 1) return {"", ""};
+  zip_stat_t Stat;
+  zip_stat_index(Zip.get(), 0, 0, &Stat);
+  std::unique_ptr<zip_file_t, int (*)(zip_file_t*)> File(zip_fopen_index(Zip.get(), 0, 0),
+                                                         zip_fclose);
+  std::string Bytes(Stat.size, '\0');
+  Bytes.resize(static_cast<size_t>(
+      std::max<zip_int64_t>(0, zip_fread(File.get(), Bytes.data(), Stat.size))));
+  return {Stat.name, Bytes};
+}
+
+class KillDBTest : public OpenTableTest {
+ protected:
+  std::string AuditFolder() const { return Audit.Dir() + "Brinvale/Auditoria/"; }
+  std::vector<std::string> Archives() const {
+    std::vector<std::string> Names;
+    std::error_code Ignored;
+    for (const auto& E : fs::directory_iterator(AuditFolder(), Ignored)) {
+      Names.push_back(E.path().filename().string());
+    }
+    std::sort(Names.begin(), Names.end());
+    return Names;
+  }
+  TempDir Audit;
+  ScopedEnv Tmp{"TMPDIR", Audit.Dir().c_str()};
+};
+
+TEST_F(KillDBTest, ArchivesAndDeletesTheDataAndKeyFiles) {
+  WriteTable(8);
+  const std::string DataBytes = Data.Read("CLIEN01.tqd");
+  const std::string KeyBytes = Data.Read("CLIEN01.tqc");
+  TQFile Table;
+  ASSERT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 0);
+
+  Table.KillDB(true);
+
+  EXPECT_FALSE(fs::exists(Data.File("CLIEN01.tqd")));
+  EXPECT_FALSE(fs::exists(Data.File("CLIEN01.tqc")));
+  EXPECT_TRUE(fs::exists(Dict.File("CLIEN.tqa")));
+  const std::vector<std::string> Names = Archives();
+  ASSERT_EQ(Names.size(), 2u);
+  const std::regex Stamp(R"( \d{4}-\d\d-\d\d \d\d \d\d \d\d \.zip)");
+  EXPECT_TRUE(std::regex_match(Names[0].substr(11), Stamp)) << Names[0];
+  EXPECT_EQ(Names[0].substr(0, 11), "CLIEN01.TQc");
+  EXPECT_EQ(Names[1].substr(0, 11), "CLIEN01.TQd");
+  // Each archive holds the file under its own name, with the original bytes.
+  const auto [DataMember, ArchivedData] = ZipMember(AuditFolder() + Names[1]);
+  const auto [KeyMember, ArchivedKeys] = ZipMember(AuditFolder() + Names[0]);
+  EXPECT_EQ(DataMember, "CLIEN01.tqd");
+  EXPECT_EQ(KeyMember, "CLIEN01.tqc");
+  EXPECT_TRUE(ArchivedData == DataBytes);
+  EXPECT_TRUE(ArchivedKeys == KeyBytes);
+}
+
+TEST_F(KillDBTest, WithoutConfirmationNothingChanges) {
+  WriteTable(8);
+  TQFile Table;
+  ASSERT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 0);
+  Table.KillDB(false);
+  EXPECT_TRUE(fs::exists(Data.File("CLIEN01.tqd")));
+  EXPECT_TRUE(fs::exists(Data.File("CLIEN01.tqc")));
+  EXPECT_TRUE(Archives().empty());
+  ExpectEveryKeyWalksInOrder(Table);
+}
+
+TEST_F(KillDBTest, RefusesWhileAnotherObjectHasTheTableOpen) {
+  WriteTable(8);
+  TQFile Reader;
+  TQFile Killer;
+  ASSERT_EQ(Reader.OpenFile(TableFile(), Dict.Dir()), 0);
+  ASSERT_EQ(Killer.OpenFile(TableFile(), Dict.Dir()), 0);
+  try {
+    Killer.KillDB(true);
+    ADD_FAILURE() << "deleted a table another object holds open";
+  } catch (const TQError& E) {
+    EXPECT_EQ(E.Number(), 70);
+  }
+  EXPECT_TRUE(fs::exists(Data.File("CLIEN01.tqd")));
+  EXPECT_TRUE(Archives().empty());
+  ExpectEveryKeyWalksInOrder(Reader);
+
+  Reader.CloseDB();
+  Killer.KillDB(true);
+  EXPECT_FALSE(fs::exists(Data.File("CLIEN01.tqd")));
+}
+
+TEST_F(OpenTableTest, ADataFileWithAPartialRecordOpensAndCountsByRounding) {
+  Records = ClientRecords(3);
+  const std::string All = Joined(Records);
+  testing::WriteDictionary(Dict.Dir(), "CLIEN", Clients());
+  // Two records and a bit more than half of the third (26 bytes each).
+  Data.Write("CLIEN01.tqd", All.substr(0, 2 * 26 + 14));
+  TQFile Table;
+  EXPECT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 0);
+  EXPECT_EQ(Table.RecordCount(), 3);
+  Data.Write("CLIEN01.tqd", All.substr(0, 2 * 26 + 13));  // exactly 2.5
+  TQFile Again;
+  EXPECT_EQ(Again.OpenFile(TableFile(), Dict.Dir()), 0);
+  EXPECT_EQ(Again.RecordCount(), 2);
+}
+
+TEST_F(OpenTableTest, ADictionaryOfRandomBytesGivesAClearError) {
+  std::mt19937 Random(20240611);
+  int Refused = 0;
+  for (int Round = 0; Round < 25; ++Round) {
+    std::string Bytes(4000, '\0');
+    for (char& C : Bytes) C = static_cast<char>(Random() & 0xFF);
+    Dict.Write("CLIEN.tqa", Bytes);
+    TQFile Table;
+    try {
+      Table.OpenFile(TableFile(), Dict.Dir());
+    } catch (const TQError& E) {
+      EXPECT_NE(E.Number(), 0);
+      EXPECT_FALSE(E.Description().empty());
+      ++Refused;
+    }
+  }
+  EXPECT_GT(Refused, 0);
+}
+
+}  // namespace
+}  // namespace tqdb
