@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace tqdb {
 
@@ -58,6 +59,16 @@ struct EngineState {
 
   // The record number InsertKeys allocated last; the record layer reads it after "I".
   int32_t LastAllocated = 0;
+
+  // Length of the key file as last seen (the used part of the image in image mode); a
+  // position beyond it makes the engine ask the file again before calling it damaged.
+  int64_t KeyFileLength = 0;
+
+  // Positions of the deleted-record stack's pages from the head, as last walked, and the
+  // file length up to which that walk is known to hold (-1: walk again). The chain only
+  // changes when pages are added, so a file that did not grow meanwhile keeps it.
+  std::vector<int32_t> StackChain;
+  int64_t StackChainLength = -1;
 
   // Raised with a percentage while a key file is built from a data file.
   std::function<void(int32_t)> Progress;

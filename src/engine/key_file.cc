@@ -1,0 +1,322 @@
+// The key file: header, descriptors, page I/O and the memory image.
+#include "engine/key_file.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "engine/key_codec.h"
+#include "engine/key_file_damage.h"
+#include "platform/fault.h"
+#include "platform/file_pool.h"
+
+namespace tqdb::engine {
+namespace {
+
+using platform::Fault;
+
+constexpr int64_t kImageGrowth = int64_t{1} << 20;
+constexpr int64_t kImageLimit = 60'000'000;
+constexpr int64_t kFlushPiece = 32'767;
+
+std::span<const uint8_t> AsBytes(std::string_view Text) {
+  return {reinterpret_cast<const uint8_t*>(Text.data()), Text.size()};
+}
+
+void DecodeHeader(const uint8_t* Bytes, KeyFileHeader& Header) {
+  Header.KeyCount = Bytes[0];
+  Header.NodeSize = LoadInt16(Bytes + 1);
+  Header.LastRecord = LoadInt32(Bytes + 3);
+  Header.DeletedCount = LoadInt32(Bytes + 7);
+  Header.DeletedHead = LoadInt32(Bytes + 11);
+}
+
+void EncodeHeader(const KeyFileHeader& Header, uint8_t* Bytes) {
+  Bytes[0] = Header.KeyCount;
+  StoreInt16(Bytes + 1, Header.NodeSize);
+  StoreInt32(Bytes + 3, Header.LastRecord);
+  StoreInt32(Bytes + 7, Header.DeletedCount);
+  StoreInt32(Bytes + 11, Header.DeletedHead);
+}
+
+// End of the region pages may occupy: the used part of the image, or the file's length.
+int64_t PageAreaEnd(EngineState& Engine, bool AskAgain) {
+  if (Engine.ImageMode) return Engine.ImageLastPage + kNodeSize - 1;
+  if (AskAgain) RefreshKeyFileLength(Engine);
+  return Engine.KeyFileLength;
+}
+
+// Our own writes past the end keep the stack's chain as it was.
+void NoteWritten(EngineState& Engine, int64_t Position, size_t Count) {
+  const int64_t End = Position + static_cast<int64_t>(Count) - 1;
+  if (Engine.ImageMode || End <= Engine.KeyFileLength) return;
+  if (Engine.StackChainLength == Engine.KeyFileLength) Engine.StackChainLength = End;
+  Engine.KeyFileLength = End;
+}
+
+void ReadFromImage(const EngineState& Engine, int64_t Position, std::span<uint8_t> Out) {
+  const auto Start = static_cast<size_t>(Position - 1);
+  const size_t Available = Start < Engine.Image.size() ? Engine.Image.size() - Start : 0;
+  const size_t Count = std::min(Available, Out.size());
+  if (Count > 0) std::memcpy(Out.data(), Engine.Image.data() + Start, Count);
+  std::fill(Out.begin() + static_cast<std::ptrdiff_t>(Count), Out.end(), uint8_t{0});
+}
+
+void WriteToImage(EngineState& Engine, int64_t Position, std::span<const uint8_t> Bytes) {
+  const auto Start = static_cast<size_t>(Position - 1);
+  if (Start + Bytes.size() > Engine.Image.size()) Engine.Image.resize(Start + Bytes.size());
+  std::memcpy(Engine.Image.data() + Start, Bytes.data(), Bytes.size());
+}
+
+void ReadRaw(EngineState& Engine, int64_t Position, std::span<uint8_t> Out) {
+  if (Position < 1) throw Fault(platform::kBadRecordNumber);
+  if (Engine.ImageMode) {
+    ReadFromImage(Engine, Position, Out);
+  } else {
+    platform::ReadAt(Engine.KeyFileNo, Position, Out);
+  }
+}
+
+void WriteRaw(EngineState& Engine, int64_t Position, std::span<const uint8_t> Bytes) {
+  if (Position < 1) throw Fault(platform::kBadRecordNumber);
+  if (Engine.ImageMode) {
+    WriteToImage(Engine, Position, Bytes);
+  } else {
+    platform::WriteAt(Engine.KeyFileNo, Position, Bytes);
+    NoteWritten(Engine, Position, Bytes.size());
+  }
+}
+
+// Releases the key file's number after a failed open.
+void DropKeyFile(EngineState& Engine) {
+  if (Engine.KeyFileNo != 0) platform::ReleaseNumber(Engine.KeyFileNo);
+  Engine.KeyFileNo = 0;
+}
+
+void ResetCursor(EngineState& Engine) {
+  for (auto& Buffer : Engine.Level) Buffer.fill(0);
+  Engine.Path = {};
+  Engine.LeafLevel = 0;
+  Engine.CurKey = 0;
+  Engine.CurKeyLength = 0;
+}
+
+// Reads the descriptors that follow the header; the header is already in Engine.Header.
+void ReadDescriptors(EngineState& Engine) {
+  const int Keys = Engine.Header.KeyCount;
+  if (Keys > kMaxKeys || Engine.KeyFileLength < FirstPagePosition(Engine) - 1) {
+    ThrowDamaged(Engine);
+  }
+  std::array<uint8_t, kDescriptorSize * kMaxKeys> Bytes{};
+  ReadRaw(Engine, 1 + kHeaderSize, std::span(Bytes).first(size_t(kDescriptorSize) * Keys));
+  Engine.KeyLen.fill(0);
+  Engine.RootPos.fill(0);
+  Engine.Capacity.fill(0);
+  for (int Key = 1; Key <= Keys; ++Key) {
+    const uint8_t* Descriptor = Bytes.data() + kDescriptorSize * (Key - 1);
+    if (Descriptor[0] == 0) ThrowDamaged(Engine);
+    Engine.KeyLen[Key] = Descriptor[0];
+    Engine.RootPos[Key] = LoadInt32(Descriptor + 1);
+    Engine.Capacity[Key] = static_cast<int16_t>(NodeCapacity(Descriptor[0]));
+    CheckPagePosition(Engine, Engine.RootPos[Key]);
+  }
+}
+
+}  // namespace
+
+void ThrowDamaged(const EngineState& Engine) { throw KeyFileDamaged(Engine.KeyFilePath); }
+
+int64_t RefreshKeyFileLength(EngineState& Engine) {
+  if (Engine.ImageMode) return Engine.ImageLastPage + kNodeSize - 1;
+  const int64_t Length = platform::Length(Engine.KeyFileNo);
+  if (Length != Engine.KeyFileLength) {
+    Engine.StackChainLength = -1;  // another user added pages
+    Engine.KeyFileLength = Length;
+  }
+  return Length;
+}
+
+void ReadHeader(EngineState& Engine) {
+  if (Engine.ImageMode) return;
+  std::array<uint8_t, kHeaderSize> Bytes{};
+  platform::ReadAt(Engine.KeyFileNo, 1, Bytes);
+  const uint8_t KeysBefore = Engine.Header.KeyCount;
+  DecodeHeader(Bytes.data(), Engine.Header);
+  const KeyFileHeader& Header = Engine.Header;
+  if (Header.NodeSize != kNodeSize || Header.KeyCount != KeysBefore || Header.LastRecord < 0 ||
+      Header.DeletedCount < 0 || Header.DeletedHead < 0) {
+    ThrowDamaged(Engine);
+  }
+}
+
+void WriteHeader(EngineState& Engine) {
+  if (Engine.ImageMode) return;
+  std::array<uint8_t, kHeaderSize> Bytes{};
+  EncodeHeader(Engine.Header, Bytes.data());
+  WriteRaw(Engine, 1, Bytes);
+}
+
+void CheckPagePosition(EngineState& Engine, int64_t Position) {
+  if (Position < 1) throw Fault(platform::kBadRecordNumber);
+  const int64_t First = FirstPagePosition(Engine);
+  if (Position < First || (Position - First) % kNodeSize != 0) ThrowDamaged(Engine);
+  const int64_t Last = Position + kNodeSize - 1;
+  if (Last > PageAreaEnd(Engine, false) && Last > PageAreaEnd(Engine, true)) {
+    ThrowDamaged(Engine);
+  }
+}
+
+void ReadPage(EngineState& Engine, int64_t Position, NodeBuffer& Out) {
+  CheckPagePosition(Engine, Position);
+  ReadRaw(Engine, Position, Out);
+}
+
+void ReadNodeInto(EngineState& Engine, int64_t Position, NodeBuffer& Out) {
+  ReadPage(Engine, Position, Out);
+  const int Key = Engine.CurKey;
+  const int Capacity = (Key >= 1 && Key <= kMaxKeys) ? Engine.Capacity[Key] : 0;
+  const int16_t Count = LoadInt16(Out.data() + 1);
+  if (Out[0] > kKindBranch || Count < 0 || Count > Capacity) ThrowDamaged(Engine);
+}
+
+void ReadKeyNode(EngineState& Engine, int64_t Position, int Level) {
+  // Below the root the position came from a branch entry: a bad one is damage.
+  if (Level < 0 || Level >= kLevelBuffers || (Level > 0 && Position < 1)) ThrowDamaged(Engine);
+  ReadNodeInto(Engine, Position, Engine.Level[Level]);
+}
+
+void WriteKeyNode(EngineState& Engine, int64_t Position, const NodeBuffer& Bytes) {
+  WriteRaw(Engine, Position, Bytes);
+}
+
+void WriteKeyBytes(EngineState& Engine, int64_t Position, std::span<const uint8_t> Bytes) {
+  WriteRaw(Engine, Position, Bytes);
+}
+
+std::string ReadKeyBytes(EngineState& Engine, int64_t Position, int64_t Count) {
+  if (Count < 0) throw Fault(platform::kInvalidCall);
+  std::string Out(static_cast<size_t>(Count), '\0');
+  ReadRaw(Engine, Position, {reinterpret_cast<uint8_t*>(Out.data()), Out.size()});
+  return Out;
+}
+
+int64_t NewPagePosition(EngineState& Engine) {
+  if (!Engine.ImageMode) return RefreshKeyFileLength(Engine) + 1;
+  const int64_t Next = Engine.ImageLastPage + kNodeSize;
+  if (Next + kNodeSize - 1 <= static_cast<int64_t>(Engine.Image.size())) {
+    Engine.ImageLastPage = static_cast<int32_t>(Next);
+    return Next;
+  }
+  if (static_cast<int64_t>(Engine.Image.size()) > kImageLimit) {
+    FlushKeyFileImage(Engine);
+    return platform::Length(Engine.KeyFileNo) + 1;
+  }
+  Engine.Image.resize(Engine.Image.size() + kImageGrowth, '\0');
+  Engine.ImageLastPage = static_cast<int32_t>(Next);
+  return Next;
+}
+
+void OpenKeyFile(EngineState& Engine, std::string_view Path) {
+  DropKeyFile(Engine);
+  Engine.ImageMode = false;
+  Engine.Image.clear();
+  const platform::FileNo Number = platform::TakeFreeNumber();
+  try {
+    platform::Open(Number, Path, platform::OpenMode::Binary);
+  } catch (const Fault&) {
+    platform::ReleaseNumber(Number);
+    Engine.EngineStatus = 26;
+    return;
+  }
+  Engine.KeyFileNo = Number;
+  Engine.KeyFilePath = std::string(Path);
+  Engine.StackChain.clear();
+  Engine.StackChainLength = -1;
+  Engine.KeyFileLength = platform::Length(Number);
+  if (Engine.KeyFileLength == 0) {
+    DropKeyFile(Engine);
+    Engine.EngineStatus = 22;
+    return;
+  }
+  try {
+    std::array<uint8_t, kHeaderSize> Bytes{};
+    platform::ReadAt(Number, 1, Bytes);
+    DecodeHeader(Bytes.data(), Engine.Header);
+    if (Engine.Header.NodeSize != kNodeSize) ThrowDamaged(Engine);
+    ReadDescriptors(Engine);
+  } catch (...) {
+    DropKeyFile(Engine);
+    throw;
+  }
+  ResetCursor(Engine);
+}
+
+void CloseKeyFile(EngineState& Engine) {
+  DropKeyFile(Engine);
+  Engine.ImageMode = false;
+  Engine.Image.clear();
+}
+
+int32_t CountDeleted(EngineState& Engine) {
+  ReadHeader(Engine);
+  return Engine.Header.DeletedCount;
+}
+
+void CreateEmptyKeyFile(std::string_view Path, std::span<const int> KeyLengths) {
+  if (KeyLengths.size() > kMaxKeys) throw Fault(platform::kInvalidCall);
+  for (int Length : KeyLengths) {
+    if (Length < 1 || Length > 255) throw Fault(platform::kInvalidCall);
+  }
+  const auto Keys = static_cast<int32_t>(KeyLengths.size());
+  const int32_t FirstPage = 1 + kHeaderSize + kDescriptorSize * Keys;
+  std::string Bytes(static_cast<size_t>(FirstPage - 1 + kNodeSize * Keys), '\0');
+  auto* Raw = reinterpret_cast<uint8_t*>(Bytes.data());
+  KeyFileHeader Header;
+  Header.KeyCount = static_cast<uint8_t>(Keys);
+  Header.NodeSize = kNodeSize;
+  EncodeHeader(Header, Raw);
+  for (int32_t Key = 0; Key < Keys; ++Key) {
+    uint8_t* Descriptor = Raw + kHeaderSize + kDescriptorSize * Key;
+    Descriptor[0] = static_cast<uint8_t>(KeyLengths[static_cast<size_t>(Key)]);
+    StoreInt32(Descriptor + 1, FirstPage + kNodeSize * Key);  // pages are zero: empty leaves
+  }
+  const platform::FileNo Number = platform::TakeFreeNumber();
+  try {
+    platform::Open(Number, Path, platform::OpenMode::Truncate);
+    platform::WriteAt(Number, 1, AsBytes(Bytes));
+  } catch (...) {
+    platform::ReleaseNumber(Number);
+    throw;
+  }
+  platform::ReleaseNumber(Number);
+}
+
+void BeginKeyFileImage(EngineState& Engine) {
+  const int64_t Length = platform::Length(Engine.KeyFileNo);
+  Engine.Image = platform::ReadAt(Engine.KeyFileNo, 1, Length);
+  const int64_t First = FirstPagePosition(Engine);
+  const int64_t Pages = Length >= First ? (Length - First + 1) / kNodeSize : 0;
+  Engine.ImageLastPage = static_cast<int32_t>(First + (Pages - 1) * kNodeSize);
+  Engine.ImageMode = true;
+  Engine.StackChain.clear();
+}
+
+void FlushKeyFileImage(EngineState& Engine) {
+  platform::Open(Engine.KeyFileNo, Engine.KeyFilePath, platform::OpenMode::Binary);
+  const auto Used = static_cast<size_t>(Engine.ImageLastPage - 1 + kNodeSize);
+  if (Engine.Image.size() < Used) Engine.Image.resize(Used, '\0');
+  EncodeHeader(Engine.Header, reinterpret_cast<uint8_t*>(Engine.Image.data()));
+  for (size_t Done = 0; Done < Used;) {
+    const size_t Piece = std::min<size_t>(kFlushPiece, Used - Done);
+    platform::WriteAt(Engine.KeyFileNo, static_cast<int64_t>(Done) + 1,
+                      std::string_view(Engine.Image).substr(Done, Piece));
+    Done += Piece;
+  }
+  Engine.Image.clear();
+  Engine.Image.shrink_to_fit();
+  Engine.ImageMode = false;
+  Engine.KeyFileLength = platform::Length(Engine.KeyFileNo);
+  Engine.StackChainLength = -1;
+}
+
+}  // namespace tqdb::engine
