@@ -1,0 +1,127 @@
+// Image and long-text compaction (see compaction.h).
+#include "maintenance/compaction.h"
+
+#include <utility>
+
+#include "maintenance/rebuild_files.h"
+#include "platform/fault.h"
+#include "platform/file_pool.h"
+#include "platform/paths.h"
+#include "records/external_text.h"
+#include "records/images.h"
+#include "records/record_codecs.h"
+
+namespace tqdb {
+namespace {
+
+constexpr int16_t kImageType = 62;
+constexpr int16_t kLongTextTypes[] = {74, 75};
+
+// The work file, open on a number of its own for the life of the object.
+class WorkFile {
+ public:
+  explicit WorkFile(const std::string& Path) : number_(platform::TakeFreeNumber()) {
+    try {
+      platform::Open(number_, Path, platform::OpenMode::Truncate);
+    } catch (...) {
+      platform::ReleaseNumber(number_);
+      throw;
+    }
+  }
+  ~WorkFile() {
+    try {
+      platform::ReleaseNumber(number_);
+    } catch (...) {
+    }
+  }
+  WorkFile(const WorkFile&) = delete;
+  WorkFile& operator=(const WorkFile&) = delete;
+  platform::FileNo get() const { return number_; }
+
+ private:
+  platform::FileNo number_;
+};
+
+// Makes Number the table's image file for the life of the object, so that the image
+// routines write into it; the old number comes back on every way out.
+class ImageFileSwap {
+ public:
+  ImageFileSwap(TableState& State, platform::FileNo Number)
+      : state_(State), saved_(std::exchange(State.ImageFileNo, Number)) {}
+  ~ImageFileSwap() { state_.ImageFileNo = saved_; }
+  ImageFileSwap(const ImageFileSwap&) = delete;
+  ImageFileSwap& operator=(const ImageFileSwap&) = delete;
+
+ private:
+  TableState& state_;
+  int32_t saved_;
+};
+
+}  // namespace
+
+std::vector<int16_t> ImageFields(const TableState& State) {
+  std::vector<int16_t> Fields;
+  for (int16_t F = 1; F <= State.NumFields && static_cast<size_t>(F) < State.FieldTypes.size();
+       ++F) {
+    if (State.FieldTypes[static_cast<size_t>(F)] == kImageType) Fields.push_back(F);
+  }
+  return Fields;
+}
+
+std::vector<int16_t> LongTextFields(const TableState& State) {
+  std::vector<int16_t> Fields;
+  for (int16_t F = 1; F <= State.NumFields && static_cast<size_t>(F) < State.FieldTypes.size();
+       ++F) {
+    const int16_t Type = State.FieldTypes[static_cast<size_t>(F)];
+    const bool LongText = Type == kLongTextTypes[0] || Type == kLongTextTypes[1];
+    if (LongText && State.FieldWidth[static_cast<size_t>(F)] >= kExternalTextPlaceSize) {
+      Fields.push_back(F);
+    }
+  }
+  return Fields;
+}
+
+void CompactImages(TableState& Work, int32_t Records, const std::string& WorkPath) {
+  const std::vector<int16_t> Fields = ImageFields(Work);
+  WorkFile Out(WorkPath);
+  bool First = true;
+  for (int32_t Record = 1; Record <= Records; ++Record) {
+    for (int16_t Field : Fields) {
+      const std::string Image = GetImage(Work, Record, Field);
+      if (Image.empty()) {
+        PutLong(Work, Record, Field, 0);
+        continue;
+      }
+      {
+        const ImageFileSwap Swap(Work, Out.get());
+        PutImage(Work, Record, Field, Image);
+      }
+      if (First) RebuildCrashPoint(kCrashMidImages);
+      First = false;
+    }
+  }
+  platform::Sync(Out.get());
+}
+
+void CompactLongTexts(TableState& Work, int32_t Records, const std::string& WorkPath) {
+  const std::vector<int16_t> Fields = LongTextFields(Work);
+  const bool OldFileExists = platform::FileExists(ExternalTextPath(Work));
+  WorkFile Out(WorkPath);
+  int64_t End = 0;
+  for (int32_t Record = 1; Record <= Records; ++Record) {
+    for (int16_t Field : Fields) {
+      const std::string Text = OldFileExists ? GetExternalText(Work, Record, Field) : "";
+      if (Text.empty()) {
+        SetExternalTextPlace(Work, Record, Field, {});
+        continue;
+      }
+      platform::WriteAt(Out.get(), End + 1, Text);
+      SetExternalTextPlace(Work, Record, Field,
+                           {static_cast<double>(End + 1), static_cast<int32_t>(Text.size())});
+      End += static_cast<int64_t>(Text.size());
+    }
+  }
+  platform::Sync(Out.get());
+}
+
+}  // namespace tqdb

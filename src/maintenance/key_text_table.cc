@@ -1,0 +1,211 @@
+// Rows are stored with every byte replaced by its rank in character order
+// (platform::CodePointRank), so that a plain byte comparison of two rows orders them as
+// the key files do; the digits of the record number keep their order under the ranks.
+#include "maintenance/key_text_table.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <limits>
+
+#include "platform/codepage.h"
+#include "platform/fault.h"
+
+namespace tqdb {
+namespace {
+
+using platform::Fault;
+
+struct RankTables {
+  std::array<uint8_t, 256> Rank{};
+  std::array<uint8_t, 256> Byte{};  // the inverse: the byte of each rank
+};
+
+const RankTables& Ranks() {
+  static const RankTables Tables = [] {
+    RankTables T;
+    std::array<bool, 256> Seen{};
+    for (int B = 0; B < 256; ++B) {
+      const uint8_t R = platform::CodePointRank(static_cast<uint8_t>(B));
+      if (Seen[R]) throw Fault(platform::kInvalidCall, "orden de caracteres ambiguo");
+      Seen[R] = true;
+      T.Rank[static_cast<size_t>(B)] = R;
+      T.Byte[R] = static_cast<uint8_t>(B);
+    }
+    return T;
+  }();
+  return Tables;
+}
+
+}  // namespace
+
+int DigitCount(int64_t N) {
+  int64_t Power = 10;
+  for (int Digits = 1; Digits <= 10; ++Digits, Power *= 10) {
+    if (N < Power) return Digits;
+  }
+  return 0;
+}
+
+std::string ZeroPadded(int64_t Number, int Width) {
+  std::string Text = std::to_string(Number);
+  if (static_cast<int>(Text.size()) < Width) {
+    Text.insert(0, static_cast<size_t>(Width) - Text.size(), '0');
+  }
+  return Text;
+}
+
+KeyTextTable::KeyTextTable(std::vector<int> KeyLengths, int Width, int64_t ExpectedRows)
+    : lengths_(std::move(KeyLengths)), width_(std::max(Width, 1)) {
+  Ranks();
+  for (int Length : lengths_) {
+    Column C;
+    C.Length = Length;
+    C.Rows.reserve(static_cast<size_t>(ExpectedRows) * static_cast<size_t>(Length + width_));
+    columns_.push_back(std::move(C));
+  }
+}
+
+void KeyTextTable::AddRow(const std::vector<std::string>& Texts, int32_t Record) {
+  if (Texts.size() != columns_.size() || Record < 1) throw Fault(platform::kInvalidCall);
+  for (const Column& C : columns_) {
+    if (C.Sorted) throw Fault(platform::kInvalidCall);  // rows come before sorting
+  }
+  if (rows_ >= std::numeric_limits<uint32_t>::max()) throw Fault(platform::kOverflow);
+  char Number[24];
+  const std::string Padded = ZeroPadded(Record, width_);
+  if (static_cast<int>(Padded.size()) != width_) throw Fault(platform::kOverflow);
+  std::memcpy(Number, Padded.data(), Padded.size());
+  const RankTables& R = Ranks();
+  for (size_t K = 0; K < columns_.size(); ++K) {
+    Column& C = columns_[K];
+    const std::string& Text = Texts[K];
+    const size_t Start = C.Rows.size();
+    C.Rows.resize(Start + static_cast<size_t>(C.Length + width_));
+    uint8_t* Row = C.Rows.data() + Start;
+    const size_t Copied = std::min(Text.size(), static_cast<size_t>(C.Length));
+    for (size_t I = 0; I < Copied; ++I) Row[I] = R.Rank[static_cast<uint8_t>(Text[I])];
+    for (size_t I = Copied; I < static_cast<size_t>(C.Length); ++I) Row[I] = R.Rank[' '];
+    for (int I = 0; I < width_; ++I) Row[C.Length + I] = R.Rank[static_cast<uint8_t>(Number[I])];
+  }
+  ++rows_;
+}
+
+namespace {
+
+// One row while a column is sorted: 16 bytes of it, from the offset being compared, as
+// two big-endian numbers, and its index.
+struct SortItem {
+  uint64_t High = 0, Low = 0;
+  uint32_t Index = 0;
+};
+
+void LoadDigit(SortItem& Item, const uint8_t* Row, size_t RowLength, size_t Offset) {
+  Item.High = Item.Low = 0;
+  for (size_t B = 0; B < 16; ++B) {
+    const uint64_t Byte = Offset + B < RowLength ? Row[Offset + B] : 0;
+    (B < 8 ? Item.High : Item.Low) |= Byte << (8 * (7 - B % 8));
+  }
+}
+
+bool SameDigit(const SortItem& A, const SortItem& B) { return A.High == B.High && A.Low == B.Low; }
+
+}  // namespace
+
+// Most significant digit first, 16 bytes a digit: all rows are sorted by their first 16
+// bytes; each run of rows that agree there is sorted by the next 16, and so on. The
+// comparisons stay inside the small items, and a row is read once per digit that matters.
+// The rows are then copied into sorted order, so that the walk reads them in sequence.
+void KeyTextTable::Sort(int Key) {
+  Column& C = columns_.at(static_cast<size_t>(Key));
+  const size_t RowLength = static_cast<size_t>(C.Length + width_);
+  const uint8_t* Base = C.Rows.data();
+  std::vector<SortItem> Items(static_cast<size_t>(rows_));
+  for (size_t I = 0; I < Items.size(); ++I) Items[I].Index = static_cast<uint32_t>(I);
+
+  struct Range {
+    size_t Begin, End, Offset;
+  };
+  std::vector<Range> Work{{0, Items.size(), 0}};
+  while (!Work.empty()) {
+    const Range R = Work.back();
+    Work.pop_back();
+    for (size_t I = R.Begin; I < R.End; ++I) {
+      LoadDigit(Items[I], Base + size_t{Items[I].Index} * RowLength, RowLength, R.Offset);
+    }
+    std::sort(Items.begin() + static_cast<std::ptrdiff_t>(R.Begin),
+              Items.begin() + static_cast<std::ptrdiff_t>(R.End),
+              [](const SortItem& A, const SortItem& B) {
+                return A.High != B.High ? A.High < B.High : A.Low < B.Low;
+              });
+    if (R.Offset + 16 >= RowLength) continue;  // the whole row has been compared
+    for (size_t First = R.Begin; First < R.End;) {
+      size_t Last = First + 1;
+      while (Last < R.End && SameDigit(Items[First], Items[Last])) ++Last;
+      if (Last - First > 1) Work.push_back({First, Last, R.Offset + 16});
+      First = Last;
+    }
+  }
+
+  std::vector<uint8_t> Sorted(C.Rows.size());
+  constexpr size_t kAhead = 16;
+  for (size_t I = 0; I < Items.size(); ++I) {
+    if (I + kAhead < Items.size()) {
+      __builtin_prefetch(Base + size_t{Items[I + kAhead].Index} * RowLength);
+    }
+    std::memcpy(Sorted.data() + I * RowLength, Base + size_t{Items[I].Index} * RowLength,
+                RowLength);
+  }
+  C.Rows.swap(Sorted);
+  C.Sorted = true;
+}
+
+const uint8_t* KeyTextTable::SortedRow(int Key, int64_t Row) const {
+  const Column& C = columns_.at(static_cast<size_t>(Key));
+  if (!C.Sorted || Row < 0 || Row >= rows_) throw Fault(platform::kSubscript);
+  return C.Rows.data() + static_cast<size_t>(Row) * static_cast<size_t>(C.Length + width_);
+}
+
+std::string KeyTextTable::RowText(int Key, int64_t Row) const {
+  const uint8_t* Bytes = SortedRow(Key, Row);
+  const RankTables& R = Ranks();
+  const int Length = columns_[static_cast<size_t>(Key)].Length + width_;
+  std::string Text(static_cast<size_t>(Length), ' ');
+  for (int I = 0; I < Length; ++I)
+    Text[static_cast<size_t>(I)] = static_cast<char>(R.Byte[Bytes[I]]);
+  return Text;
+}
+
+void KeyTextTable::Entry(int Key, int64_t Row, std::string& Text, int32_t& Record) const {
+  const uint8_t* Bytes = SortedRow(Key, Row);
+  const RankTables& R = Ranks();
+  const int Length = columns_[static_cast<size_t>(Key)].Length;
+  Text.resize(static_cast<size_t>(Length));
+  for (int I = 0; I < Length; ++I)
+    Text[static_cast<size_t>(I)] = static_cast<char>(R.Byte[Bytes[I]]);
+  int64_t Number = 0;
+  for (int I = 0; I < width_; ++I) Number = Number * 10 + (R.Byte[Bytes[Length + I]] - '0');
+  Record = static_cast<int32_t>(Number);
+}
+
+std::string KeyTextTable::Text(int Key, int64_t Row) const {
+  std::string Text;
+  int32_t Record = 0;
+  Entry(Key, Row, Text, Record);
+  return Text;
+}
+
+int32_t KeyTextTable::Record(int Key, int64_t Row) const {
+  std::string Text;
+  int32_t Record = 0;
+  Entry(Key, Row, Text, Record);
+  return Record;
+}
+
+void KeyTextTable::Release(int Key) {
+  Column& C = columns_.at(static_cast<size_t>(Key));
+  std::vector<uint8_t>().swap(C.Rows);
+  C.Sorted = false;
+}
+
+}  // namespace tqdb

@@ -1,0 +1,181 @@
+// Staged files, the commit mark, and the commit of a rebuild (see rebuild_files.h).
+#include "maintenance/rebuild_files.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <string>
+
+#include "maintenance/audit_archive.h"
+#include "platform/archive.h"
+#include "platform/clock.h"
+#include "platform/codepage.h"
+#include "platform/fault.h"
+#include "platform/file_pool.h"
+#include "platform/messages.h"
+#include "platform/paths.h"
+
+namespace tqdb {
+namespace {
+
+using platform::Fault;
+
+constexpr const char* kCrashVariable = "TQDB_REBUILD_CRASH_AT";
+
+// A file number of this module's own, freed on every way out.
+class OwnFile {
+ public:
+  OwnFile() : number_(platform::TakeFreeNumber()) {}
+  ~OwnFile() {
+    try {
+      platform::ReleaseNumber(number_);
+    } catch (...) {
+    }
+  }
+  OwnFile(const OwnFile&) = delete;
+  OwnFile& operator=(const OwnFile&) = delete;
+  platform::FileNo get() const { return number_; }
+
+ private:
+  platform::FileNo number_;
+};
+
+void DeleteIfPresent(const std::string& Path) {
+  try {
+    if (platform::FileExists(Path)) platform::DeleteFile(Path);
+  } catch (const Fault&) {
+    // Left for the next rebuild, which truncates or deletes it again.
+  }
+}
+
+// Makes the renames and deletions in the table's directory durable (a rename is only on
+// disk once its directory is). Best effort: a machine crash is all it guards against.
+void SyncDirectory(const std::string& AnyFileInIt) {
+  const std::string Directory = platform::ResolvePath(platform::DirectoryPart(AnyFileInIt));
+  const char* Name = Directory.empty() ? "." : Directory.c_str();
+  const int Descriptor = ::open(Name, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (Descriptor < 0) return;
+  (void)::fsync(Descriptor);
+  ::close(Descriptor);
+}
+
+std::string ReadMark(const RebuildFiles& Files) {
+  OwnFile Mark;
+  platform::Open(Mark.get(), Files.Mark(), platform::OpenMode::ReadOnly);
+  return platform::ReadAt(Mark.get(), 1, platform::Length(Mark.get()));
+}
+
+void WriteMark(const RebuildFiles& Files) {
+  {
+    OwnFile Mark;
+    platform::Open(Mark.get(), Files.Mark(), platform::OpenMode::Truncate);
+    platform::WriteAt(Mark.get(), 1, Files.Suffix);
+    platform::Sync(Mark.get());
+  }
+  SyncDirectory(Files.Mark());
+}
+
+// Renames Staged over Live when it is still waiting.
+void MoveIn(const std::string& Staged, const std::string& Live) {
+  if (platform::FileExists(Staged)) platform::RenameFile(Staged, Live);
+}
+
+// Steps 2 to 4 of the commit. Each step looks at what is still waiting, so that running
+// it again after a crash anywhere inside finishes the same commit.
+void CompleteCommit(const RebuildFiles& Files) {
+  const bool DataWaits = platform::FileExists(Files.StagedData());
+  // A zero-length data file holds nothing to keep.
+  if (DataWaits && platform::FileExists(Files.LiveData()) &&
+      platform::FileLengthByName(Files.LiveData()) > 0) {
+    ArchiveCopy(Files.Live + ".TQd");
+  }
+  if (platform::FileExists(Files.StagedImage())) ArchiveCopy(Files.Live + ".TQw");
+  if (platform::FileExists(Files.StagedText())) ArchiveCopy(Files.Live + ".TQY");
+
+  // Without a key file an open builds one from whatever data file is in place, so the
+  // old keys never meet the new records.
+  if (platform::FileExists(Files.StagedKey()) && platform::FileExists(Files.LiveKey())) {
+    platform::DeleteFile(Files.LiveKey());
+  }
+  MoveIn(Files.StagedData(), Files.LiveData());
+  RebuildCrashPoint(kCrashMidRenames);
+  MoveIn(Files.StagedImage(), Files.LiveImage());
+  MoveIn(Files.StagedText(), Files.LiveText());
+  MoveIn(Files.StagedKey(), Files.LiveKey());
+  SyncDirectory(Files.LiveData());
+  RebuildCrashPoint(kCrashAfterRenames);
+
+  platform::DeleteFile(Files.Mark());
+  SyncDirectory(Files.LiveData());
+}
+
+}  // namespace
+
+RebuildFiles RebuildFilesOf(const TableState& State) {
+  RebuildFiles Files;
+  Files.Live = State.DataPath + State.BaseName + State.TableSuffix;
+  Files.Staged = State.DataPath + State.BaseName + "ZZ";
+  Files.Suffix = State.TableSuffix;
+  return Files;
+}
+
+void DiscardStaged(const RebuildFiles& Files) {
+  DeleteIfPresent(Files.StagedData());
+  DeleteIfPresent(Files.StagedKey());
+  DeleteIfPresent(Files.StagedImage());
+  DeleteIfPresent(Files.StagedText());
+  DeleteIfPresent(Files.Work());
+}
+
+bool RecoverRebuild(const RebuildFiles& Files) {
+  if (!platform::FileExists(Files.Mark())) {
+    DiscardStaged(Files);
+    return false;
+  }
+  if (platform::UpperCase(ReadMark(Files)) != platform::UpperCase(Files.Suffix)) {
+    throw Fault(platform::kPathFileAccess);
+  }
+  DeleteIfPresent(Files.Work());
+  CompleteCommit(Files);
+  return true;
+}
+
+void CommitRebuild(const RebuildFiles& Files) {
+  WriteMark(Files);
+  RebuildCrashPoint(kCrashAfterMark);
+  CompleteCommit(Files);
+}
+
+void ArchiveCopy(std::string_view Path) {
+  int32_t Code = 0;
+  try {
+    if (!platform::FileExists(Path)) return;
+    const std::string Name = platform::FilePart(Path) + platform::ArchiveTimestamp() + ".zip";
+    Code = platform::ZipOneFile(Path, AuditPath(Name));
+  } catch (const Fault& Failure) {
+    Code = Failure.Number();
+  } catch (...) {
+    Code = platform::kInvalidCall;
+  }
+  if (Code == 0) return;
+  try {
+    platform::ShowMessage("Error " + std::to_string(Code) + " en auditoria");
+  } catch (...) {
+    // The rebuild goes on whatever the message sink does.
+  }
+}
+
+void SyncFile(std::string_view Path) {
+  OwnFile File;
+  platform::Open(File.get(), Path, platform::OpenMode::ReadOnly);
+  platform::Sync(File.get());
+}
+
+void RebuildCrashPoint(RebuildCrashStep Step) {
+  const char* Value = std::getenv(kCrashVariable);
+  if (Value != nullptr && std::atoi(Value) == static_cast<int>(Step)) std::raise(SIGKILL);
+}
+
+}  // namespace tqdb

@@ -1,0 +1,90 @@
+// The files of a rebuild and how the rebuilt ones take the place of the old ones.
+//
+// A rebuild never writes into the table's own files. It builds a complete new file set
+// beside them, under the table name with the suffix "ZZ" (data, key, image and long-text
+// files), each synced to disk when complete, and only then commits:
+//
+//   1. the commit mark (the name + "ZZ" + ".zzz", holding the suffix of the table being
+//      rebuilt) is written and synced: from here on the new set is complete and wins;
+//   2. the old data, image and long-text files are copied into the audit archive;
+//   3. the old key file is deleted, then the new data, image and long-text files are
+//      renamed over the old ones (each rename replaces its target at once), then the new
+//      key file is renamed in;
+//   4. the mark is deleted.
+//
+// A crash before the mark leaves the old files untouched; the leftovers are deleted by
+// the next rebuild. A crash after it is completed by the next rebuild (RecoverRebuild),
+// which renames in what is still waiting. In between, an ordinary open sees either the
+// old set or the new data file without a key file (which the open builds again from that
+// data file); only in the instants between the data file's rename and the image and
+// long-text files' renames does it see new records with the old image or long-text file.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "table/TableState.h"
+
+namespace tqdb {
+
+struct RebuildFiles {
+  std::string Live;    // DataPath + BaseName + TableSuffix: the table's own files
+  std::string Staged;  // DataPath + BaseName + "ZZ": the new files while they are built
+  std::string Suffix;  // TableSuffix
+
+  std::string LiveData() const { return Live + ".tqd"; }
+  std::string LiveKey() const { return Live + ".tqc"; }
+  std::string LiveImage() const { return Live + ".tqw"; }
+  std::string LiveText() const { return Live + ".tqy"; }
+  std::string StagedData() const { return Staged + ".tqd"; }
+  std::string StagedKey() const { return Staged + ".tqc"; }
+  std::string StagedImage() const { return Staged + ".tqw"; }
+  std::string StagedText() const { return Staged + ".tqy"; }
+  // The work file through which the image and long-text files are compacted.
+  std::string Work() const { return Live + ".zzz"; }
+  // The commit mark.
+  std::string Mark() const { return Staged + ".zzz"; }
+};
+
+RebuildFiles RebuildFilesOf(const TableState& State);
+
+// Deletes whatever a rebuild that stopped before its commit left behind (staged files,
+// work file). Faults are ignored: a file that cannot be deleted is truncated or
+// overwritten later.
+void DiscardStaged(const RebuildFiles& Files);
+
+// Called before a rebuild starts: when the commit mark of this table is found, completes
+// the commit it belongs to and returns true (the table's files have changed); otherwise
+// discards the leftovers of an unfinished rebuild and returns false. A mark left by a
+// rebuild of the same table name with another suffix is not ours to finish: Fault 75.
+bool RecoverRebuild(const RebuildFiles& Files);
+
+// Commits a complete staged set (see above). REQUIRES: every staged file written and
+// synced; the caller holds the table alone.
+void CommitRebuild(const RebuildFiles& Files);
+
+// Copies the file Path into the audit archive as "<name> yyyy-MM-dd HH mm ss .zip",
+// leaving it in place. A failure is shown as "Error <code> en auditoria"; never raises.
+// A missing file is skipped.
+void ArchiveCopy(std::string_view Path);
+
+// Syncs a file by name (it must exist) so that it survives a crash of the machine.
+void SyncFile(std::string_view Path);
+
+// Test seam for crash tests: when the environment variable TQDB_REBUILD_CRASH_AT holds
+// the number of a point below, the process kills itself (SIGKILL) when the rebuild
+// reaches it.
+enum RebuildCrashStep {
+  kCrashMidCopy = 1,   // the first chunk of records is in the new data file
+  kCrashAfterCopy,     // the new data file is complete
+  kCrashMidKeys,       // the first key's tree is loaded
+  kCrashMidImages,     // the first image is in the work file
+  kCrashAfterStaging,  // every new file is complete, no mark yet
+  kCrashAfterMark,     // the commit mark is written
+  kCrashMidRenames,    // the old key file is gone and the new data file renamed in
+  kCrashAfterRenames,  // every new file is in place, the mark not yet deleted
+  kCrashBeforeClose,   // committed, the table's files not yet closed
+};
+void RebuildCrashPoint(RebuildCrashStep Step);
+
+}  // namespace tqdb
