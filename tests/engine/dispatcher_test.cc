@@ -17,25 +17,17 @@
 namespace tqdb::testing {
 namespace {
 
-TEST(Dispatcher, UpperCasesTheWholeCommandInPlace) {
+TEST(Dispatcher, UpperCasesTheCommandInPlaceAndALeadingSlashSetsTheSeparator) {
   EngineFile File({6});
   File.Run(platform::Utf8ToCp1252("i\\1\\garcía"));
   EXPECT_EQ(File.Status, 0);
   EXPECT_EQ(File.Command, platform::Utf8ToCp1252("I\\1\\GARCÍA"));
-  File.Run("f\\1\\3");
-  EXPECT_EQ(File.Command, "F\\1\\3");
-  EXPECT_EQ(File.Status, 0);
-  EXPECT_EQ(File.Result, 1);
   EXPECT_EQ(File.Entries(1).front().Text, platform::Utf8ToCp1252("GARCÍA"));
-}
-
-TEST(Dispatcher, ALeadingSlashMakesSlashTheSeparatorAndIsRemoved) {
-  EngineFile File({6});
   const std::string Path = CommandPath(File.Path());
   File.Run("/o/" + Path + "/3");
   EXPECT_EQ(File.Status, 0);
   EXPECT_EQ(File.Command, "O/" + platform::UpperCase(Path) + "/3");
-  EXPECT_NE(File.Engine.KeyFileNo, 0);
+  EXPECT_EQ(File.Run("f\\1\\3"), 1);
 }
 
 TEST(Dispatcher, LettersWithoutAnOperationDoNothing) {
@@ -93,58 +85,44 @@ TEST(Dispatcher, CreateRestoresTheCommandAndClearsTheBuildingFlag) {
   EXPECT_FALSE(File.Engine.Creating);
 }
 
-TEST(Dispatcher, TKeepsTheDirectoryAndUCountsDeletedRecords) {
-  EngineFile File({6});
-  File.Run("T\\/srv/conta/dic/");
-  EXPECT_EQ(File.Engine.EngineDir, "/SRV/CONTA/DIC/");
-  const int32_t A = File.Insert({"A"});
-  const int32_t B = File.Insert({"B"});
-  File.Delete(A, {"A"});
-  File.Delete(B, {"B"});
-  EXPECT_EQ(File.Run("U"), 2);
-  EXPECT_EQ(File.Status, 0);
-}
-
-TEST(Dispatcher, ReplaceReturnsTheRecordNumberOfTheCommand) {
-  EngineFile File({6});
-  const int32_t Record = File.Insert({"A"});
-  EXPECT_EQ(File.Run("R\\1\\" + std::to_string(Record) + "\\1\\A     \\B"), Record);
-  EXPECT_EQ(File.Status, 0);
-  EXPECT_EQ(File.Entries(1).front().Text, "B     ");
-}
-
-TEST(Dispatcher, BadFileNumberAndBadRecordNumberBecomeStatuses) {
-  EngineFile File({6});
+// 52 (bad file number) becomes status 100, 63 (bad record number) 101, any other fault 105.
+TEST(Dispatcher, FaultsBecomeStatuses) {
+  EngineFile File({4});
   File.Insert({"A"});
+  File.Run("F\\11\\1");
+  EXPECT_EQ(File.Status, 105);
+  for (const char* Command : {"F\\2\\1", "F\\0\\1"}) {  // keys the file does not define
+    File.Run(Command);
+    EXPECT_EQ(File.Status, 101) << Command;
+  }
   File.Run("K");
-  File.Run("F\\1\\1");
-  EXPECT_EQ(File.Status, 100);
-  File.Run("I\\1\\A");
-  EXPECT_EQ(File.Status, 100);
-  File.Run("U");
-  EXPECT_EQ(File.Status, 100);
+  for (const char* Command : {"F\\1\\1", "I\\1\\A", "U"}) {
+    File.Run(Command);
+    EXPECT_EQ(File.Status, 100) << Command;
+  }
 }
 
 // Key texts over binary fields may hold the separator byte: a command that carries every
 // key at full length is cut by the key lengths.
 TEST(Dispatcher, FullLengthKeyTextsMayHoldTheSeparator) {
   EngineFile File({4, 3});
-  const int32_t Record = File.Run("I\\1\\A\\BC\\X\\Y"), Allocated = File.Engine.LastAllocated;
-  EXPECT_EQ(Record, 0);
+  EXPECT_EQ(File.Run("I\\1\\A\\BC\\X\\Y"), 0);
+  const int32_t Allocated = File.Engine.LastAllocated;
   ASSERT_EQ(File.Status, 0);
   EXPECT_EQ(File.Entries(1).front().Text, "A\\BC");
   EXPECT_EQ(File.Entries(2).front().Text, "X\\Y");
   File.Run("R\\2\\" + std::to_string(Allocated) + "\\1\\X\\Y\\\\\\\\");
   ASSERT_EQ(File.Status, 0);
+  EXPECT_EQ(File.Result, Allocated);
   EXPECT_EQ(File.Entries(2).front().Text, "\\\\\\");
   File.Run("D\\" + std::to_string(Allocated) + "\\Y\\1\\A\\BC\\\\\\\\");
   EXPECT_EQ(File.Status, 0);
   EXPECT_TRUE(File.Entries(1).empty());
 
-  File.Run("I\\1\\AB\\XY");  // shorter texts: split at the separators
+  File.Run("I\\1\\AB\\LONGER");  // shorter texts split at the separators, longer ones cut
   ASSERT_EQ(File.Status, 0);
   EXPECT_EQ(File.Entries(1).front().Text, "AB  ");
-  EXPECT_EQ(File.Entries(2).front().Text, "XY ");
+  EXPECT_EQ(File.Entries(2).front().Text, "LON");
 }
 
 TEST(Dispatcher, TheKeyFileLockIsReleasedOnEveryWayOut) {
@@ -162,15 +140,13 @@ TEST(Dispatcher, TheKeyFileLockIsReleasedOnEveryWayOut) {
   };
   const int32_t Record = File.Insert({"A"});
   EXPECT_TRUE(Free());
-  File.Run("D\\" + std::to_string(Record) + "\\Y\\1\\B");
-  EXPECT_EQ(File.Status, 6);
-  EXPECT_TRUE(Free());
-  File.Run("I\\1\\A\\B");  // more key texts than keys: a fault inside the lock
-  EXPECT_EQ(File.Status, 105);
-  EXPECT_TRUE(Free());
-  File.Run("R\\1\\" + std::to_string(Record) + "\\1\\Z\\Y");
-  EXPECT_EQ(File.Status, 6);
-  EXPECT_TRUE(Free());
+  for (const std::string& Command : {"D\\" + std::to_string(Record) + "\\Y\\1\\B",
+                                     std::string("I\\1\\A\\B"),  // a fault inside the lock
+                                     "R\\1\\" + std::to_string(Record) + "\\1\\Z\\Y"}) {
+    File.Run(Command);
+    EXPECT_NE(File.Status, 0) << Command;
+    EXPECT_TRUE(Free()) << Command;
+  }
   platform::ReleaseNumber(Other);
 }
 
@@ -207,16 +183,8 @@ class DispatcherRetry : public ::testing::Test {
   engine::RetrySleepFunction previous_ = nullptr;
 };
 
-TEST_F(DispatcherRetry, ABusyKeyFileIsRetriedWithShortSleeps) {
-  EngineFile File({6});
-  Hold(File.Path(), 12);
-  File.Run("I\\1\\A");
-  EXPECT_EQ(File.Status, 0);
-  EXPECT_EQ(BusyHolder::Pauses, (std::vector<int32_t>{9, 8, 7, 6, 5, 4, 3, 2, 1, 10, 10, 10}));
-  EXPECT_EQ(File.Entries(1).size(), 1u);
-}
-
-TEST_F(DispatcherRetry, TheMessageIsShownOnceAtTheTwoThousandthRetry) {
+// Short sleeps counting down, then 10 ms; the message once, at the 2000th retry.
+TEST_F(DispatcherRetry, ABusyKeyFileIsRetriedUntilItIsFree) {
   EngineFile File({6});
   std::vector<std::pair<std::string, MessageIcon>> Shown;
   SetMessageSink(
@@ -224,7 +192,11 @@ TEST_F(DispatcherRetry, TheMessageIsShownOnceAtTheTwoThousandthRetry) {
   Hold(File.Path(), 2010);
   File.Run("I\\1\\A");
   EXPECT_EQ(File.Status, 0);
-  EXPECT_EQ(BusyHolder::Pauses.size(), 2010u);
+  EXPECT_EQ(File.Entries(1).size(), 1u);
+  ASSERT_EQ(BusyHolder::Pauses.size(), 2010u);
+  EXPECT_EQ(std::vector<int32_t>(BusyHolder::Pauses.begin(), BusyHolder::Pauses.begin() + 12),
+            (std::vector<int32_t>{9, 8, 7, 6, 5, 4, 3, 2, 1, 10, 10, 10}));
+  EXPECT_EQ(BusyHolder::Pauses.back(), 10);
   ASSERT_EQ(Shown.size(), 1u);
   EXPECT_EQ(Shown[0].first,
             platform::FaultDescription(platform::kPermissionDenied) + "\r\nfabs_emulate");

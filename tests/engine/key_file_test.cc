@@ -25,66 +25,33 @@ TEST(KeyFileLayout, EmptyFileHasHeaderDescriptorsAndOneEmptyRootPerKey) {
   ASSERT_EQ(Bytes.size(), 15u + 3 * 5 + 3 * 1024);
   EXPECT_EQ(Raw[0], 3);
   EXPECT_EQ(LoadInt16(Raw + 1), 1024);
-  EXPECT_EQ(LoadInt32(Raw + 3), 0);
-  EXPECT_EQ(LoadInt32(Raw + 7), 0);
-  EXPECT_EQ(LoadInt32(Raw + 11), 0);
+  EXPECT_EQ(Bytes.substr(3, 12), std::string(12, '\0'));
   for (int Key = 0; Key < 3; ++Key) {
     EXPECT_EQ(Raw[15 + 5 * Key], Lengths[Key]);
     EXPECT_EQ(LoadInt32(Raw + 16 + 5 * Key), 31 + 1024 * Key);  // 1-based positions
   }
   EXPECT_EQ(Bytes.substr(30), std::string(3 * 1024, '\0'));
+  for (const std::vector<int>& Bad : {std::vector<int>{0}, {256}, std::vector<int>(11, 4)}) {
+    EXPECT_THROW(engine::CreateEmptyKeyFile(Dir.File("a.tqc"), Bad), platform::Fault);
+  }
 }
 
-TEST(KeyFileLayout, CreatingRefusesImpossibleKeys) {
-  TempDir Dir;
-  EXPECT_THROW(engine::CreateEmptyKeyFile(Dir.File("a.tqc"), std::vector<int>{0}), platform::Fault);
-  EXPECT_THROW(engine::CreateEmptyKeyFile(Dir.File("a.tqc"), std::vector<int>{256}),
-               platform::Fault);
-  EXPECT_THROW(engine::CreateEmptyKeyFile(Dir.File("a.tqc"), std::vector<int>(11, 4)),
-               platform::Fault);
-}
-
-TEST(KeyFileOpen, ReadsDescriptorsAndCapacities) {
+TEST(KeyFileOpen, ReadsDescriptorsFromTheKeyFileOrTheDataFileName) {
   EngineFile File({4, 60});
-  EXPECT_NE(File.Engine.KeyFileNo, 0);
   EXPECT_EQ(File.Engine.Header.KeyCount, 2);
-  EXPECT_EQ(File.Engine.KeyLen[1], 4);
   EXPECT_EQ(File.Engine.KeyLen[2], 60);
   EXPECT_EQ(File.Engine.Capacity[1], 127);
-  EXPECT_EQ(File.Engine.Capacity[2], 15);
   EXPECT_EQ(File.Engine.RootPos[2], 26 + 1024);
-  EXPECT_EQ(File.Result, 0);
-}
-
-TEST(KeyFileOpen, TakesTheDataFileNameAndReplacesItsExtension) {
-  EngineFile File({8});
+  const platform::FileNo First = File.Engine.KeyFileNo;
   const std::string DataName = File.Path().substr(0, File.Path().size() - 3) + "tqd";
-  File.Run("/O/" + CommandPath(DataName) + "/3");
+  File.Run("/O/" + CommandPath(DataName) + "/3");  // the extension is replaced
   EXPECT_EQ(File.Status, 0);
-  EXPECT_NE(File.Engine.KeyFileNo, 0);
-  EXPECT_EQ(File.Engine.KeyLen[1], 8);
-  EXPECT_FALSE(File.Dir().Read("clien01.tqd").size());  // the data file was not touched
+  EXPECT_EQ(File.Engine.KeyLen[1], 4);
+  EXPECT_FALSE(platform::IsOpen(First) && First != File.Engine.KeyFileNo);
+  EXPECT_EQ(File.Dir().Read("clien01.tqd"), "");  // the data file was not touched
 }
 
-TEST(KeyFileOpen, EmptyOrMissingFileGivesStatus22AndStaysClosed) {
-  EngineFile File({8});
-  File.Dir().Write("empty.tqc", "");
-  File.Run("/O/" + CommandPath(File.Dir().File("empty.tqc")) + "/1");
-  EXPECT_EQ(File.Status, 22);
-  EXPECT_EQ(File.Engine.KeyFileNo, 0);
-  File.Run("/O/" + CommandPath(File.Dir().File("missing.tqc")) + "/1");
-  EXPECT_EQ(File.Status, 22);
-  EXPECT_EQ(File.Engine.KeyFileNo, 0);
-}
-
-TEST(KeyFileOpen, FileThatCannotBeOpenedGivesStatus26) {
-  EngineFile File({8});
-  File.Run("/O/" + CommandPath(File.Dir().File("no-such-dir/x.tqc")) + "/1");
-  EXPECT_EQ(File.Status, 26);
-  EXPECT_EQ(File.Engine.KeyFileNo, 0);
-}
-
-TEST(KeyFileOpen, CloseFreesTheNumberAndIsHarmlessTwice) {
+TEST(KeyFileOpen, FailedOpensLeaveItClosedAndCloseIsHarmlessTwice) {
   EngineFile File({8});
   const platform::FileNo Number = File.Engine.KeyFileNo;
   File.Result = 5;
@@ -94,13 +61,13 @@ TEST(KeyFileOpen, CloseFreesTheNumberAndIsHarmlessTwice) {
   EXPECT_EQ(File.Result, 0);
   File.Run("K");
   EXPECT_EQ(File.Status, 0);
-}
-
-TEST(KeyFileOpen, ReopeningClosesTheFirstFile) {
-  EngineFile File({8});
-  const platform::FileNo First = File.Engine.KeyFileNo;
-  File.Open();
-  EXPECT_FALSE(platform::IsOpen(First) && First != File.Engine.KeyFileNo);
+  File.Dir().Write("empty.tqc", "");
+  for (const auto& [Name, Status] : std::vector<std::pair<std::string, int>>{
+           {"empty.tqc", 22}, {"missing.tqc", 22}, {"no-such-dir/x.tqc", 26}}) {
+    File.Run("/O/" + CommandPath(File.Dir().File(Name)) + "/1");
+    EXPECT_EQ(File.Status, Status) << Name;
+    EXPECT_EQ(File.Engine.KeyFileNo, 0) << Name;
+  }
 }
 
 // Builds a key file in memory image mode as the creation of a key file does, with enough

@@ -1,3 +1,4 @@
+// The tree checker must name each kind of fault it is there to find.
 #include "engine/tree_checker.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +14,6 @@ namespace {
 
 using engine::Int16ToBytes;
 using engine::Int32ToBytes;
-using engine::NodeView;
 
 bool Mentions(const std::vector<std::string>& Problems, const std::string& Text) {
   for (const std::string& Problem : Problems) {
@@ -22,65 +22,36 @@ bool Mentions(const std::vector<std::string>& Problems, const std::string& Text)
   return false;
 }
 
-class TreeChecker : public ::testing::Test {
- protected:
-  TreeChecker() : File({6}) {
-    for (int I = 0; I < 300; ++I) File.Insert({"K" + std::to_string(1000 + (I * 7) % 300)});
-    Root = File.Engine.RootPos[1];
-    NodeBuffer Page = File.Page(Root);
-    Leaf = NodeView(Page, 6).Value(1);
-  }
-  std::vector<std::string> Problems() {
+TEST(TreeChecker, NamesEachKindOfDamage) {
+  EngineFile File({6});
+  for (int I = 0; I < 300; ++I) File.Insert({"K" + std::to_string(1000 + (I * 7) % 300)});
+  File.Delete(File.Entries(1).front().Record, {"K1000"});  // a page on the deleted stack
+  ASSERT_EQ(File.Problems(), std::vector<std::string>{});
+  const int32_t Root = File.Engine.RootPos[1];
+  NodeBuffer Page = File.Page(Root);
+  const int32_t Leaf = engine::NodeView(Page, 6).Value(1);  // the root's second child
+  const std::string Sound = File.Dir().Read(File.FileName());
+  struct Damage {
+    int64_t Position;
+    std::string Bytes, Found;
+  };
+  for (const Damage& Case : std::vector<Damage>{
+           {Leaf + 3 + 20, "K0000 ", "out of order"},
+           {Root + 3 + 10, "K9999 ", "lowest key"},
+           {Leaf + 1, Int16ToBytes(int16_t(engine::NodeCapacity(6))), "left full"},
+           {Leaf + 1, Int16ToBytes(0), "empty node"},
+           {Leaf + 3 + 6, Int32ToBytes(100000), "outside 1..last"},
+           {12, Int32ToBytes(Leaf), "also used elsewhere"},  // the stack's head is a leaf
+       }) {
+    File.Dir().Write(File.FileName(), Sound);
+    File.PokeBytes(Case.Position, Case.Bytes);
     File.Open();
-    return engine::CheckKeyTree(File.Engine, 1);
-  }
-
-  EngineFile File;
-  int32_t Root = 0;
-  int32_t Leaf = 0;  // the root's second child
-};
-
-TEST_F(TreeChecker, ASoundTreeHasNoProblemsAndListsItsEntriesInOrder) {
-  EXPECT_TRUE(File.Problems().empty());
-  const std::vector<engine::KeyEntry> Entries = File.Entries(1);
-  ASSERT_EQ(Entries.size(), 300u);
-  for (size_t I = 0; I < Entries.size(); ++I) {
-    EXPECT_EQ(Entries[I].Text, Padded("K" + std::to_string(1000 + I), 6));
+    EXPECT_TRUE(Mentions(File.Problems(), Case.Found)) << Case.Found;
   }
 }
 
-TEST_F(TreeChecker, FindsEntriesOutOfOrder) {
-  File.PokeBytes(Leaf + 3 + 10 + 10, "K0000 ");  // the third entry of the leaf
-  EXPECT_TRUE(Mentions(Problems(), "out of order"));
-}
-
-TEST_F(TreeChecker, FindsABranchKeyThatIsNotItsChildsLowest) {
-  File.PokeBytes(Root + 3 + 10, "K9999 ");
-  const std::vector<std::string> Found = Problems();
-  EXPECT_TRUE(Mentions(Found, "lowest key"));
-}
-
-TEST_F(TreeChecker, FindsAFullNodeAndAnEmptyOne) {
-  File.PokeBytes(Leaf + 1, Int16ToBytes(static_cast<int16_t>(engine::NodeCapacity(6))));
-  EXPECT_TRUE(Mentions(Problems(), "left full"));
-  File.PokeBytes(Leaf + 1, Int16ToBytes(0));
-  EXPECT_TRUE(Mentions(Problems(), "empty node"));
-}
-
-TEST_F(TreeChecker, FindsRecordNumbersBeyondTheLastOne) {
-  File.PokeBytes(Leaf + 3 + 6, Int32ToBytes(100000));
-  EXPECT_TRUE(Mentions(Problems(), "outside 1..last"));
-}
-
-TEST_F(TreeChecker, FindsAStackPageThatIsAlsoATreeNode) {
-  File.Delete(File.Entries(1).front().Record, {"K1000"});
-  ASSERT_EQ(File.Status, 0);
-  EXPECT_TRUE(File.Problems().empty());
-  File.PokeBytes(12, Int32ToBytes(Leaf));
-  EXPECT_TRUE(Mentions(File.Problems(), "also used elsewhere"));
-}
-
-TEST_F(TreeChecker, AKeyOutsideTheFileIsAProblemNotAFault) {
+TEST(TreeChecker, AKeyOutsideTheFileIsAProblemNotAFault) {
+  EngineFile File({6});
   EXPECT_FALSE(engine::CheckKeyTree(File.Engine, 2).empty());
   EXPECT_TRUE(engine::ListKeyEntries(File.Engine, 0).empty());
 }

@@ -22,6 +22,7 @@ class Number {
  public:
   Number() : no_(TakeFreeNumber()) {}
   ~Number() { ReleaseNumber(no_); }
+  Number(const Number&) = delete;
   operator FileNo() const { return no_; }
 
  private:
@@ -33,23 +34,16 @@ class FilePoolTest : public ::testing::Test {
   testing::TempDir Dir;
 };
 
-TEST_F(FilePoolTest, NumbersAreReservedUntilReleased) {
+TEST_F(FilePoolTest, NumbersAreReservedUntilReleasedAndRunOutWithFault67) {
   const FileNo A = TakeFreeNumber();
-  const FileNo B = TakeFreeNumber();
-  EXPECT_NE(A, B);
-  EXPECT_GE(A, 1);
   Open(A, Dir.File("a.bin"));
   Close(A);
   Close(A);  // harmless twice
-  EXPECT_NE(TakeFreeNumber(), A) << "a closed number stays reserved";
+  const FileNo B = TakeFreeNumber();
+  EXPECT_NE(B, A) << "a closed number stays reserved";
   ReleaseNumber(A);
   EXPECT_EQ(TakeFreeNumber(), A) << "the lowest free number is handed out";
-  ReleaseNumber(A);
-  ReleaseNumber(B);
-}
-
-TEST_F(FilePoolTest, RunningOutOfNumbersIsFault67) {
-  std::vector<FileNo> Taken;
+  std::vector<FileNo> Taken{A, B};
   int Error = 0;
   while (Error == 0 && Taken.size() < 600) {
     Error = FaultOf([&] { Taken.push_back(TakeFreeNumber()); });
@@ -59,21 +53,26 @@ TEST_F(FilePoolTest, RunningOutOfNumbersIsFault67) {
   for (FileNo N : Taken) ReleaseNumber(N);
 }
 
-TEST_F(FilePoolTest, PositionedIoIsOneBasedAndZeroFillsPastTheEnd) {
+TEST_F(FilePoolTest, PositionedIoIsOneBasedZeroFillsAndIsCounted) {
   Number N;
+  ResetIoCounters();
   Open(N, Dir.File("data.tqd"));
-  EXPECT_EQ(Length(N), 0);
   WriteAt(N, 1, std::string_view("HELLO"));
   WriteAt(N, 11, std::string_view("XY"));
   EXPECT_EQ(Length(N), 12);
   EXPECT_EQ(ReadAt(N, 2, 3), "ELL");
+  LockRange(N, 1, 1);
+  const IoCounters C = GetIoCounters();
+  EXPECT_EQ(C.Opens, 1u);
+  EXPECT_EQ(C.Writes, 2u);
+  EXPECT_EQ(C.Reads, 1u);
+  EXPECT_EQ(C.Locks, 1u);
   EXPECT_EQ(ReadAt(N, 5, 8), std::string("O\0\0\0\0\0XY", 8));
   EXPECT_EQ(ReadAt(N, 11, 5), std::string("XY\0\0\0", 5));
   EXPECT_EQ(ReadAt(N, 100, 2), std::string(2, '\0'));
   EXPECT_EQ(OpenName(N), Dir.File("data.tqd"));
   Truncate(N, 3);
   EXPECT_EQ(ReadAt(N, 1, 5), std::string("HEL\0\0", 5));
-  Sync(N);
 }
 
 TEST_F(FilePoolTest, ReportsFaultsByNumber) {
@@ -84,36 +83,37 @@ TEST_F(FilePoolTest, ReportsFaultsByNumber) {
   EXPECT_EQ(FaultOf([&] { Open(N, Dir.File("missing"), OpenMode::ReadOnly); }), 53);
   EXPECT_EQ(FaultOf([&] { Open(N, Dir.File("no/such/dir/f")); }), 76);
   EXPECT_EQ(FaultOf([&] { Open(N, Dir.Path()); }), 75);  // a directory
-  Open(N, Dir.File("f"));
-  EXPECT_EQ(FaultOf([&] { ReadAt(N, 0, 1); }), 63);
-  EXPECT_EQ(FaultOf([&] { WriteAt(N, -5, std::string_view("x")); }), 63);
-  EXPECT_EQ(FaultOf([&] { ReadAt(N, INT64_MAX, 2); }), 63);
-  EXPECT_FALSE(IsOpen(0));
-}
-
-TEST_F(FilePoolTest, TruncateModeEmptiesAndReadOnlyRefusesWrites) {
   Dir.Write("t.bin", "old content");
-  Number N;
   Open(N, Dir.File("t.bin"), OpenMode::ReadOnly);
   EXPECT_EQ(ReadAt(N, 1, 3), "old");
   EXPECT_EQ(FaultOf([&] { WriteAt(N, 1, std::string_view("x")); }), 75);
+  EXPECT_EQ(FaultOf([&] { ReadAt(N, 0, 1); }), 63);
+  EXPECT_EQ(FaultOf([&] { ReadAt(N, INT64_MAX, 2); }), 63);
   Open(N, Dir.File("t.bin"), OpenMode::Truncate);  // reopening closes the first
   EXPECT_EQ(Length(N), 0);
+  EXPECT_EQ(FaultOf([&] { WriteAt(N, -5, std::string_view("x")); }), 63);
 }
 
-TEST_F(FilePoolTest, TwoDescriptorsInOneProcessExcludeEachOthersLocks) {
-  Number A, B;
-  Open(A, Dir.File("locks.tqd"));
-  Open(B, Dir.File("locks.tqd"));
+TEST_F(FilePoolTest, RangeLocksExcludeOtherDescriptorsOfTheSameProcess) {
+  Number A, B, C;
+  for (FileNo N : {FileNo(A), FileNo(B), FileNo(C)}) Open(N, Dir.File("locks.tqd"));
   LockRange(A, 10, 19);
   EXPECT_EQ(FaultOf([&] { LockRange(B, 19, 25); }), 70);
   EXPECT_EQ(FaultOf([&] { LockRange(B, 1, 10, false); }), 70);
-  LockRange(B, 20, 29);  // the neighbouring range is free
-  LockRange(A, 10, 19);  // taking one's own range again is fine
-  UnlockRange(A, 10, 19);
-  LockRange(B, 10, 19);
-  UnlockRange(B, 10, 29);
+  LockRange(B, 20, 29);      // the neighbouring range is free
+  LockRange(A, 10, 19);      // taking one's own range again is fine
   UnlockRange(B, 500, 600);  // unlocking what is not locked is harmless
+  Close(B);                  // closing another descriptor keeps A's lock
+  EXPECT_EQ(FaultOf([&] { LockRange(C, 10, 10); }), 70);
+  Close(A);  // closing the holder drops its lock
+  LockRange(C, 10, 10);
+  UnlockRange(C, 10, 10);
+  {
+    Open(A, Dir.File("locks.tqd"));
+    ScopedRangeLock Held(A, 1, 8);
+    EXPECT_EQ(FaultOf([&] { LockRange(C, 8, 8); }), 70);
+  }
+  LockRange(C, 8, 8);
 }
 
 TEST_F(FilePoolTest, SharedLocksCoexistAndWholeFileLockReachesInfinity) {
@@ -128,29 +128,6 @@ TEST_F(FilePoolTest, SharedLocksCoexistAndWholeFileLockReachesInfinity) {
   EXPECT_EQ(FaultOf([&] { LockRange(B, int64_t{1} << 40, int64_t{1} << 40); }), 70);
 }
 
-TEST_F(FilePoolTest, ClosingOneDescriptorKeepsTheOthersLocks) {
-  Number A, B, C;
-  Open(A, Dir.File("locks.tqd"));
-  Open(B, Dir.File("locks.tqd"));
-  Open(C, Dir.File("locks.tqd"));
-  LockRange(A, 5, 5);
-  Close(B);
-  EXPECT_EQ(FaultOf([&] { LockRange(C, 5, 5); }), 70);
-  Close(A);  // closing the holder drops its lock
-  LockRange(C, 5, 5);
-}
-
-TEST_F(FilePoolTest, ScopedRangeLockUnlocksAtScopeEnd) {
-  Number A, B;
-  Open(A, Dir.File("locks.tqd"));
-  Open(B, Dir.File("locks.tqd"));
-  {
-    ScopedRangeLock Held(A, 1, 8);
-    EXPECT_EQ(FaultOf([&] { LockRange(B, 8, 8); }), 70);
-  }
-  LockRange(B, 8, 8);
-}
-
 TEST_F(FilePoolTest, PresenceLockTellsExclusiveUse) {
   Number A, B;
   Open(A, Dir.File("table.tqd"));
@@ -160,27 +137,12 @@ TEST_F(FilePoolTest, PresenceLockTellsExclusiveUse) {
   HoldPresence(A);
   HoldPresence(B);
   EXPECT_FALSE(TryExclusivePresence(A));
-  EXPECT_FALSE(TryExclusivePresence(B));
   DropPresence(B);
   EXPECT_TRUE(TryExclusivePresence(A));
   EXPECT_EQ(FaultOf([&] { HoldPresence(B); }), 70);
   LockRange(B, 1, 100);  // the presence byte lies beyond any record
   DropPresence(A);
   EXPECT_EQ(Length(A), 0) << "locks never grow the file";
-}
-
-TEST_F(FilePoolTest, CountsSystemCalls) {
-  Number N;
-  ResetIoCounters();
-  Open(N, Dir.File("c.bin"));
-  WriteAt(N, 1, std::string_view("abc"));
-  ReadAt(N, 1, 3);
-  LockRange(N, 1, 1);
-  const IoCounters C = GetIoCounters();
-  EXPECT_EQ(C.Opens, 1u);
-  EXPECT_EQ(C.Writes, 1u);
-  EXPECT_EQ(C.Reads, 1u);
-  EXPECT_EQ(C.Locks, 1u);
 }
 
 }  // namespace

@@ -10,25 +10,20 @@
 namespace tqdb::platform {
 namespace {
 
-class SettingsTest : public ::testing::Test {
- protected:
+TEST(Settings, ReadsTheValueFromTheNamedFileAsWindows1252) {
   testing::TempDir Dir;
-};
-
-TEST_F(SettingsTest, ReadsTheValueFromTheNamedFile) {
   const std::string Ini = Dir.Write("brinvale.ini",
+                                    "\xEF\xBB\xBF[Other]\n"
                                     "; comment\n"
-                                    "[Other]\n"
                                     "Directory=/wrong/\n"
-                                    "\n"
                                     "  [ settings ]  \r\n"
                                     "# another comment\n"
-                                    "  directory =  /srv/conta/dic/  \r\n"
+                                    "  directory =  /srv/año/dic/  \r\n"
                                     "Empty=\n"
                                     "Quoted=\"with blanks \"\n");
   testing::ScopedEnv Env("TQDB_SETTINGS", Ini.c_str());
-  EXPECT_EQ(GetRegSetting("Directory", "", "none"), "/srv/conta/dic/");
-  EXPECT_EQ(GetRegSetting("DIRECTORY", "Settings\\", "none"), "/srv/conta/dic/");
+  EXPECT_EQ(GetRegSetting("Directory", "", "none"), "/srv/a\xF1o/dic/");
+  EXPECT_EQ(GetRegSetting("DIRECTORY", "Settings\\", "none"), "/srv/a\xF1o/dic/");
   EXPECT_EQ(GetRegSetting("Directory", "Other", "none"), "/wrong/");
   EXPECT_EQ(GetRegSetting("Empty", "", "none"), "");
   EXPECT_EQ(GetRegSetting("Quoted", "", "none"), "with blanks ");
@@ -36,13 +31,8 @@ TEST_F(SettingsTest, ReadsTheValueFromTheNamedFile) {
   EXPECT_EQ(GetRegSetting("Directory", "Nowhere", "dflt"), "dflt");
 }
 
-TEST_F(SettingsTest, ValuesComeBackAsWindows1252) {
-  const std::string Ini = Dir.Write("s.ini", "\xEF\xBB\xBF[Settings]\nDirectory=/datos/año/\n");
-  testing::ScopedEnv Env("TQDB_SETTINGS", Ini.c_str());
-  EXPECT_EQ(GetRegSetting("Directory", "", ""), "/datos/a\xF1o/");
-}
-
-TEST_F(SettingsTest, FallsBackToTheConfigDirectory) {
+TEST(Settings, FallsBackToTheConfigDirectory) {
+  testing::TempDir Dir;
   testing::ScopedEnv Explicit("TQDB_SETTINGS", nullptr);
   testing::ScopedEnv Xdg("XDG_CONFIG_HOME", Dir.Path().c_str());
   EXPECT_EQ(GetRegSetting("Directory", "", "default"), "default");  // no file

@@ -93,6 +93,10 @@ std::string Number(double Value) {
   return Buffer;
 }
 
+// The operators (with their synonyms) and their SQL forms.
+constexpr const char* kOps[] = {"=", "<>", "<", "<=", ">", ">=", "=>", "=<", "><"};
+constexpr const char* kSqlOps[] = {"=", "<>", "<", "<=", ">", ">=", ">=", "<=", "<>"};
+
 // A filter condition and the SQL expression (0 or 1) that says whether a row satisfies it.
 struct Condition {
   std::string Filter, Sql;
@@ -172,8 +176,6 @@ class Generator {
     const std::string& Col = Field;  // SQL column names are the field names
     std::string Value = Word(Alphabet, MaxLength);
     const int Kind = Int(0, 10);
-    static const char* const kOps[] = {"=", "<>", "<", "<=", ">", ">=", "=>", "=<", "><"};
-    static const char* const kSqlOps[] = {"=", "<>", "<", "<=", ">", ">=", ">=", "<=", "<>"};
     if (Kind <= 8) {
       const std::string Shown = Chance(30) ? "'" + Value + "'" : Value;
       return {Field + " " + kOps[Kind] + " " + Shown,
@@ -190,8 +192,6 @@ class Generator {
   }
 
   Condition NumberCondition(const std::string& Field, double Value) {
-    static const char* const kOps[] = {"=", "<>", "<", "<=", ">", ">=", "=>", "=<", "><"};
-    static const char* const kSqlOps[] = {"=", "<>", "<", "<=", ">", ">=", ">=", "<=", "<>"};
     const int Kind = Int(0, 8);
     return {Field + " " + kOps[Kind] + " " + Number(Value),
             Field + " " + kSqlOps[Kind] + " " + Number(Value)};
@@ -328,10 +328,9 @@ TEST_F(FilterDifferentialTest, SortsAgreeWithOrderBy) {
     const char* OrderBy;
     std::function<std::string(const Row&)> Key;
   };
-  const auto Text = [](const std::string& S) { return S; };
   const std::vector<Case> Cases = {
-      {"", "1", "NOMBRE", "NOMBRE", [&](const Row& R) { return Text(R.Nombre); }},
-      {"", "1", "nombre desc", "NOMBRE DESC", [&](const Row& R) { return Text(R.Nombre); }},
+      {"", "1", "NOMBRE", "NOMBRE", [](const Row& R) { return R.Nombre; }},
+      {"", "1", "nombre desc", "NOMBRE DESC", [](const Row& R) { return R.Nombre; }},
       {"", "1", "EDAD", "EDAD", [](const Row& R) { return std::to_string(R.Edad); }},
       {"", "1", "SALDO DESC", "SALDO DESC", [](const Row& R) { return Number(R.Saldo); }},
       {"", "1", "ABS(SALDO)", "abs(SALDO)", [](const Row& R) { return Number(std::abs(R.Saldo)); }},

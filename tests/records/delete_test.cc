@@ -101,38 +101,13 @@ TEST_F(DeleteTest, MovesAfterDeletingTheCurrentRecordGoOnFromWhereItStood) {
 TEST_F(DeleteTest, NothingHappensForZeroMinusOneWithoutFilterOrADeletedRecord) {
   T.Delete(2);
   const std::string Before = Table.DataBytes();
+  T.SetBookMark(3);
   T.SetEngineCommand("X\\MARK");
-  T.Delete(2);  // deleted already: no command
-  T.Delete(0);
-  T.Delete(-1);
-  T.Delete(-7);
+  for (int32_t Record : {2, 0, -1, -7}) T.Delete(Record);  // 2 is deleted already
   EXPECT_EQ(T.EngineCommand(), "X\\MARK");
   EXPECT_EQ(Table.DataBytes(), Before);
   EXPECT_EQ(T.DeletedRecordCount(), 1);
-}
-
-TEST_F(DeleteTest, DeletedNumbersAreReusedLastInFirstOut) {
-  T.Delete(2);
-  T.Delete(5);
-  T.Delete(1);
-  EXPECT_EQ(T.DeletedRecordCount(), 3);
-  for (int32_t Expected : {1, 5, 2, 6, 7}) {
-    T.AddNew();
-    T.SetFields("CODE", "N" + std::to_string(Expected));
-    T.SetFields("NAME", "NUEVO");
-    T.Update();
-    EXPECT_EQ(T.BookMark(), Expected);
-    EXPECT_EQ(T.Fields("CODE").ToString(), "N" + std::to_string(Expected) + "  ");
-  }
-  EXPECT_EQ(T.DeletedRecordCount(), 0);
-  ExpectSound();
-}
-
-TEST_F(DeleteTest, DeletedRecordCountDoesNotMoveTheCurrentRecord) {
-  T.Delete(5);
-  T.SetBookMark(3);
-  EXPECT_EQ(T.DeletedRecordCount(), 1);
-  EXPECT_EQ(T.BookMark(), 3);
+  EXPECT_EQ(T.BookMark(), 3);  // counting does not move the current record
 }
 
 TEST_F(DeleteTest, WithAFilterResultOneRecordOrAllOfThem) {

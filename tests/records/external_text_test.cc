@@ -64,41 +64,29 @@ class ExternalTextTest : public ::testing::Test {
   }
 };
 
-TEST_F(ExternalTextTest, PathIsFormedLikeTheOtherFiles) {
+// Long text goes to the ".tqy" file at a double position with a 32-bit length. A shorter
+// text is rewritten in place (the rest of its old bytes zeroed); a longer one is appended
+// and its old bytes zeroed, so that a rebuild can compact the file.
+TEST_F(ExternalTextTest, TextsAreAppendedRewrittenInPlaceOrMoved) {
   EXPECT_EQ(ExternalTextPath(State), Dir.Dir() + "NOTAS01.tqy");
-}
-
-TEST_F(ExternalTextTest, WrittenTextReadsBack) {
-  PutExternalText(State, 1, kMemo, "Mu\xF1oz y compa\xF1\xED" "a");
-  PutExternalText(State, 2, kMemo, "segundo");
-  EXPECT_EQ(LongText(),
-            "Mu\xF1oz y compa\xF1\xED" "a"
-            "segundo");
-  EXPECT_EQ(Place(1, kMemo).Position, 1.0);
-  EXPECT_EQ(Place(1, kMemo).Length, 16);
-  EXPECT_EQ(Place(2, kMemo).Position, 17.0);
-  EXPECT_EQ(GetExternalText(State, 1, kMemo), "Mu\xF1oz y compa\xF1\xED" "a");
-  EXPECT_EQ(GetExternalText(State, 2, kMemo), "segundo");
-}
-
-TEST_F(ExternalTextTest, ShorterTextIsRewrittenInPlace) {
-  PutExternalText(State, 1, kMemo, "primera version");
+  PutExternalText(State, 1, kMemo,
+                  "Mu\xF1oz y compa\xF1\xED"
+                  "a");
   PutExternalText(State, 2, kMemo, "otro");
+  EXPECT_EQ(Place(2, kMemo).Position, 17.0);
+  EXPECT_EQ(Place(1, kMemo).Length, 16);
+  EXPECT_EQ(GetExternalText(State, 1, kMemo),
+            "Mu\xF1oz y compa\xF1\xED"
+            "a");
   UpdateExternalText(State, 1, kMemo, "corta");
   EXPECT_EQ(Place(1, kMemo).Position, 1.0);
   EXPECT_EQ(Place(1, kMemo).Length, 5);
-  EXPECT_EQ(LongText(), "corta" + std::string(10, '\0') + "otro");
+  EXPECT_EQ(LongText(), "corta" + std::string(11, '\0') + "otro");
+  UpdateExternalText(State, 2, kMemo, "mucho mas largo");
+  EXPECT_EQ(LongText(), "corta" + std::string(15, '\0') + "mucho mas largo");
+  EXPECT_EQ(Place(2, kMemo).Position, 21.0);
   EXPECT_EQ(GetExternalText(State, 1, kMemo), "corta");
-  EXPECT_EQ(GetExternalText(State, 2, kMemo), "otro");
-}
-
-TEST_F(ExternalTextTest, LongerTextIsAppendedAndOldBytesZeroed) {
-  PutExternalText(State, 1, kMemo, "abc");
-  PutExternalText(State, 2, kMemo, "xyz");
-  UpdateExternalText(State, 1, kMemo, "mucho mas largo");
-  EXPECT_EQ(LongText(), std::string(3, '\0') + "xyz" + "mucho mas largo");
-  EXPECT_EQ(Place(1, kMemo).Position, 7.0);
-  EXPECT_EQ(GetExternalText(State, 1, kMemo), "mucho mas largo");
+  EXPECT_EQ(GetExternalText(State, 2, kMemo), "mucho mas largo");
 }
 
 TEST_F(ExternalTextTest, EmptyTextReleases) {
@@ -138,13 +126,9 @@ TEST_F(ExternalTextTest, DamagedPlaceIsNeverWrittenOver) {
   UpdateExternalText(State, 2, kMemo, "ab");
   EXPECT_EQ(LongText(), "0123456789ab");
   EXPECT_EQ(Place(2, kMemo).Position, 11.0);
-}
-
-TEST_F(ExternalTextTest, FreshPutIgnoresLeftoverPlace) {
-  PutExternalText(State, 1, kMemo, "de otro registro");
-  PutField(State, 2, kMemo, PlaceBytes(1, 16));  // bytes left over from a deleted record
-  PutExternalText(State, 2, kMemo, "nuevo");
-  EXPECT_EQ(GetExternalText(State, 1, kMemo), "de otro registro");
+  PutField(State, 2, kMemo, PlaceBytes(1, 10));  // bytes left over from a deleted record
+  PutExternalText(State, 2, kMemo, "nuevo");     // a fresh put ignores them
+  EXPECT_EQ(GetExternalText(State, 1, kMemo), "0123456789");
   EXPECT_EQ(GetExternalText(State, 2, kMemo), "nuevo");
 }
 

@@ -35,18 +35,18 @@ TableSpec Customers() {
   return T;
 }
 
+std::vector<std::string> CustomerRecords(const TableSpec& Spec) {
+  return {RecordBytes(Spec, {"C00001", "MU\xD1OZ", "A50102", 1.5, -3, 70000, 2.25, 0,
+                             std::string(12, '\0')}),
+          RecordBytes(Spec, {"C00002", "Garcia", std::string(6, '\0'), -0.5, 7, -1, 0, 0, ""}),
+          RecordBytes(Spec, {"C00003", "Perez", "      ", 0, 0, 0, 0, 0, ""})};
+}
+
 class FieldAccessTest : public ::testing::Test {
  protected:
   testing::TempDir Dir;
   TableSpec Spec = Customers();
-  testing::DirectTable Table{
-      Dir,
-      "CLIEN",
-      Spec,
-      {RecordBytes(
-           Spec, {"C00001", "MU\xD1OZ", "A50102", 1.5, -3, 70000, 2.25, 0, std::string(12, '\0')}),
-       RecordBytes(Spec, {"C00002", "Garcia", std::string(6, '\0'), -0.5, 7, -1, 0, 0, ""}),
-       RecordBytes(Spec, {"C00003", "Perez", "      ", 0, 0, 0, 0, 0, ""})}};
+  testing::DirectTable Table{Dir, "CLIEN", Spec, CustomerRecords(Spec)};
   TableState& State = Table.State;
 
   Variant Field(int16_t Number) { return GetFieldValue(State, Number); }
@@ -63,38 +63,32 @@ std::pair<int32_t, std::string> FaultOf(F&& Work) {
   return {0, ""};
 }
 
-TEST_F(FieldAccessTest, NamesAreFoundInAnyCase) {
+TEST_F(FieldAccessTest, FieldsAreNamedInAnyCaseOrNumbered) {
   EXPECT_EQ(FieldNumber(State, Variant("nombre")), 2);
-  EXPECT_EQ(FieldNumber(State, Variant("Nombre")), 2);
   EXPECT_EQ(FieldNumber(State, Variant("NOMBRE")), 2);
   EXPECT_EQ(FieldNumber(State, Variant("tamaño")), 7);  // UTF-8, upper-cased as Windows-1252
   EXPECT_EQ(FieldNumber(State, Variant("*")), kAllFields);
   EXPECT_EQ(FieldNumber(State, Variant("*+")), kAllFieldsPlus);
-}
-
-TEST_F(FieldAccessTest, NumbersAndNumericTextAreFieldNumbers) {
   EXPECT_EQ(FieldNumber(State, Variant(int16_t{3})), 3);
   EXPECT_EQ(FieldNumber(State, Variant(9)), 9);
   EXPECT_EQ(FieldNumber(State, Variant(2.0)), 2);
   EXPECT_EQ(FieldNumber(State, Variant("4")), 4);
-}
-
-TEST_F(FieldAccessTest, UnknownFieldRaises50234WithWhatWasAsked) {
-  EXPECT_EQ(FaultOf([&] { FieldNumber(State, Variant(0)); }),
-            std::make_pair(50234, std::string("Campo 0 no existe")));
-  EXPECT_EQ(FaultOf([&] { FieldNumber(State, Variant(10)); }),
-            std::make_pair(50234, std::string("Campo 10 no existe")));
+  for (const auto& [Asked, Text] : std::vector<std::pair<Variant, std::string>>{
+           {Variant(0), "Campo 0 no existe"},
+           {Variant(10), "Campo 10 no existe"},
+           {Variant("apellido"), "Campo APELLIDO no existe"},
+           {Variant("señas"), "Campo SEÑAS no existe"}}) {
+    EXPECT_EQ(FaultOf([&] { FieldNumber(State, Asked); }), std::make_pair(50234, Text));
+  }
   EXPECT_EQ(FaultOf([&] { FieldNumber(State, Variant(std::nan(""))); }).first, 50234);
-  EXPECT_EQ(FaultOf([&] { FieldNumber(State, Variant("apellido")); }),
-            std::make_pair(50234, std::string("Campo APELLIDO no existe")));
-  EXPECT_EQ(FaultOf([&] { FieldNumber(State, Variant("señas")); }),
-            std::make_pair(50234, std::string("Campo SEÑAS no existe")));
 }
 
-TEST_F(FieldAccessTest, FieldsReadByTypeCode) {
+TEST_F(FieldAccessTest, FieldsReadByTypeCodeAsUtf8) {
+  UpdateImage(State, 2, 8, "foto \xF1");
+  PutExternalText(State, 2, 9, "a\xF1o largo");
   State.EngineResult = 1;
   EXPECT_EQ(Field(1), Variant("C00001"));
-  EXPECT_EQ(Field(2), Variant("MUÑOZ     "));  // UTF-8, padding kept
+  EXPECT_EQ(Field(2), Variant("MUÑOZ     "));  // padding kept
   EXPECT_EQ(Field(3), Variant("02/01/05"));
   EXPECT_EQ(Field(4), Variant(1.5));
   EXPECT_EQ(Field(5), Variant(int16_t{-3}));
@@ -102,52 +96,32 @@ TEST_F(FieldAccessTest, FieldsReadByTypeCode) {
   EXPECT_EQ(Field(7), Variant(2.25f));
   EXPECT_EQ(Field(8), Variant(""));
   EXPECT_EQ(Field(9), Variant(""));
-}
-
-TEST_F(FieldAccessTest, DatesNeverWrittenReadEmpty) {
-  State.EngineResult = 2;  // six zero bytes
-  EXPECT_EQ(Field(3), Variant(""));
-  State.EngineResult = 3;  // six blanks
-  EXPECT_EQ(Field(3), Variant(""));
-}
-
-TEST_F(FieldAccessTest, ImageAndExternalTextReadAsUtf8) {
-  UpdateImage(State, 2, 8, "foto \xF1");
-  PutExternalText(State, 2, 9, "a\xF1o largo");
+  EXPECT_TRUE(Field(kAllFields).IsEmpty());
+  EXPECT_TRUE(Field(kAllFieldsPlus).IsEmpty());
   State.EngineResult = 2;
+  EXPECT_EQ(Field(3), Variant(""));  // six zero bytes: a date never written
   EXPECT_EQ(Field(8), Variant("foto ñ" + std::string(100, ' ')));
   EXPECT_EQ(Field(9), Variant("año largo"));
-}
-
-TEST_F(FieldAccessTest, NoCurrentRecordReadsEmptyWithoutTouchingTheFile) {
-  State.EngineResult = 0;  // also what a deleted entry of a filter result gives
+  State.EngineResult = 3;
+  EXPECT_EQ(Field(3), Variant(""));  // six blanks
+  State.EngineResult = 0;            // no current record: empty, without touching the file
   platform::Close(State.DataFileNo);
   EXPECT_TRUE(Field(2).IsEmpty());
   EXPECT_TRUE(Field(4).IsEmpty());
 }
 
-TEST_F(FieldAccessTest, AllFieldsMarkersReadEmpty) {
-  State.EngineResult = 1;
-  EXPECT_TRUE(Field(kAllFields).IsEmpty());
-  EXPECT_TRUE(Field(kAllFieldsPlus).IsEmpty());
-  Edit(State);
-  EXPECT_TRUE(Field(kAllFields).IsEmpty());
-  EXPECT_TRUE(Field(kAllFieldsPlus).IsEmpty());
-}
-
-TEST_F(FieldAccessTest, OpenEditReadsTheBuffer) {
+TEST_F(FieldAccessTest, AnOpenEditReadsTheBufferUntilTheNextEdit) {
   State.EngineResult = 1;
   Edit(State);
   PutFieldValue(State, 3, Variant("15/08/21"));
   EXPECT_EQ(Field(3), Variant("15/08/21"));
   EXPECT_TRUE(Field(4).IsEmpty());  // 1.5 on disk, never put
+  EXPECT_TRUE(Field(kAllFields).IsEmpty());
   EXPECT_TRUE(State.FieldChanged[3]);
   EXPECT_FALSE(State.FieldChanged[4]);
-  // Moving does not close the edit.
-  State.EngineResult = 2;
+  State.EngineResult = 2;  // moving does not close the edit
   EXPECT_EQ(Field(3), Variant("15/08/21"));
-  // A second Edit discards the buffer.
-  Edit(State);
+  Edit(State);  // a second Edit discards the buffer
   EXPECT_TRUE(Field(3).IsEmpty());
   EXPECT_FALSE(State.FieldChanged[3]);
 }
@@ -168,27 +142,18 @@ TEST_F(FieldAccessTest, PutsFollowTheEditMode) {
   PutFieldValue(State, 2, Variant(int32_t{42}));
   EXPECT_EQ(Field(2), Variant(int32_t{42}));  // kept as given
   EXPECT_FALSE(State.FieldChanged[2]);
-}
-
-TEST_F(FieldAccessTest, PutOutsideTheBufferIsASubscriptFault) {
-  AddNew(State);
   EXPECT_EQ(FaultOf([&] { PutFieldValue(State, 10, Variant("x")); }).first, 9);
   EXPECT_EQ(FaultOf([&] { PutFieldValue(State, -1, Variant("x")); }).first, 9);
 }
 
 TEST_F(FieldAccessTest, KFieldCountsFromTheFieldOfAnId) {
   State.EngineResult = 1;
-  EXPECT_EQ(KFieldNumber(State, 12, 0), 2);
   EXPECT_EQ(KFieldNumber(State, 12, 2), 4);
   EXPECT_EQ(GetKFieldValue(State, 12, 2), Variant(1.5));
   EXPECT_EQ(GetKFieldValue(State, 11, 0), Variant("C00001"));
   AddNew(State);
   PutKFieldValue(State, 13, 1, Variant("9"));
   EXPECT_EQ(GetFieldValue(State, 4), Variant("9"));
-}
-
-TEST_F(FieldAccessTest, KFieldOutOfRange) {
-  AddNew(State);
   EXPECT_EQ(FaultOf([&] { PutKFieldValue(State, 18, 2, Variant("x")); }),
             std::make_pair(50202, std::string("El campo 10 de la clave 18 está fuera de rango")));
   // An id that no field bears counts from 0.
@@ -198,8 +163,7 @@ TEST_F(FieldAccessTest, KFieldOutOfRange) {
   EXPECT_EQ(FaultOf([&] { GetKFieldValue(State, 11, -3); }).first, 9);
 }
 
-TEST_F(FieldAccessTest, FieldDescriptions) {
-  EXPECT_EQ(FieldName(State, 2), "NOMBRE");
+TEST_F(FieldAccessTest, FieldDescriptionsAndAChangedTypeCode) {
   EXPECT_EQ(FieldName(State, 7), "TAMAÑO");
   EXPECT_EQ(FieldName(State, 10), "");
   EXPECT_EQ(FieldLength(State, 2), 10);
@@ -211,100 +175,24 @@ TEST_F(FieldAccessTest, FieldDescriptions) {
         +[](TableState& S) { GetKeyField(S, 100); }, +[](TableState& S) { FieldName(S, -1); }}) {
     EXPECT_EQ(FaultOf([&] { Work(State); }).first, 9);
   }
-}
-
-TEST_F(FieldAccessTest, ChangedTypeCodeChangesTheReading) {
   State.EngineResult = 1;
   SetFieldType(State, 6, 1);  // the low 16 bits of 70000
-  EXPECT_EQ(FieldType(State, 6), 1);
   EXPECT_EQ(Field(6), Variant(int16_t{4464}));
+  SetFieldType(State, 5, 10);  // read as text: -3 is stored as FD FF
+  EXPECT_EQ(Field(5), Variant("ýÿ"));
   EXPECT_EQ(FaultOf([&] { SetFieldType(State, 6, 70000); }).first, 6);
   EXPECT_EQ(FieldType(State, 6), 1);
 }
 
-// The same behaviour through the public object: text in UTF-8, errors as TQError.
-class FieldsThroughTQFileTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    testing::WriteDictionary(Dir.Dir(), "CLIEN", Spec);
-    testing::WriteDataFile(
-        Dir.File("CLIEN01.tqd"),
-        {RecordBytes(Spec, {"C00001", "MU\xD1OZ", "A50102", 1.5, -3, 70000, 2.25, 0, ""}),
-         RecordBytes(Spec, {"C00002", "Garcia", std::string(6, '\0'), -0.5, 7, -1, 0, 0, ""})});
-    ASSERT_EQ(Table.OpenFile(Dir.Dir() + "CLIEN01", Dir.Dir()), 0);
-    Table.MoveFirst();
-  }
-
-  // The number and description of the TQError that Work raises; (0, "") when none.
-  template <typename F>
-  static std::pair<int32_t, std::string> ErrorOf(F&& Work) {
-    try {
-      Work();
-    } catch (const TQError& Error) {
-      return {Error.Number(), Error.Description()};
-    }
-    return {0, ""};
-  }
-
+// Images and long text written, then released, by Update through the public object.
+TEST(FieldsThroughTQFileTest, ImagesAndLongTextRoundTripThroughUpdate) {
   testing::TempDir Dir;
-  TableSpec Spec = Customers();
+  const TableSpec Spec = Customers();
+  testing::WriteDictionary(Dir.Dir(), "CLIEN", Spec);
+  testing::WriteDataFile(Dir.File("CLIEN01.tqd"), CustomerRecords(Spec));
   TQFile Table;
-};
-
-TEST_F(FieldsThroughTQFileTest, ReadsTheCurrentRecordInUtf8) {
-  EXPECT_EQ(Table.Fields("nombre"), Variant("MUÑOZ     "));
-  EXPECT_EQ(Table.Fields("NOMBRE"), Variant("MUÑOZ     "));
-  EXPECT_EQ(Table.Fields("fecha"), Variant("02/01/05"));
-  EXPECT_EQ(Table.Fields(int16_t{6}), Variant(int32_t{70000}));
-  EXPECT_EQ(Table.KField(14), Variant(1.5));
-  EXPECT_TRUE(Table.Fields("*").IsEmpty());
-  Table.MoveNext();
-  EXPECT_EQ(Table.Fields("FECHA"), Variant(""));
-}
-
-TEST_F(FieldsThroughTQFileTest, ErrorsReachTheCallerAsTQError) {
-  EXPECT_EQ(ErrorOf([&] { Table.Fields(0); }),
-            std::make_pair(50234, std::string("Campo 0 no existe")));
-  EXPECT_EQ(ErrorOf([&] { Table.Fields(10); }),
-            std::make_pair(50234, std::string("Campo 10 no existe")));
-  EXPECT_EQ(ErrorOf([&] { Table.SetFields("NOMBRE", "x"); }).first, 50200);
-  EXPECT_EQ(ErrorOf([&] { Table.SetKField(12, 0, "x"); }).first, 50200);
-  Table.AddNew();
-  EXPECT_EQ(ErrorOf([&] { Table.SetKField(18, 2, "x"); }),
-            std::make_pair(50202, std::string("El campo 10 de la clave 18 está fuera de rango")));
-  EXPECT_EQ(ErrorOf([&] { Table.FieldLength(10); }).first, 9);
-  EXPECT_EQ(ErrorOf([&] { Table.GetKeyField(100); }).first, 9);
-}
-
-TEST_F(FieldsThroughTQFileTest, EditBufferHidesTheDisk) {
-  Table.Edit();
-  EXPECT_EQ(Table.EditMode(), 1);
-  Table.SetFields(3, "15/08/21");
-  Table.SetFields("nombre", "Núñez");
-  EXPECT_EQ(Table.Fields(3), Variant("15/08/21"));
-  EXPECT_EQ(Table.Fields("NOMBRE"), Variant("Núñez"));
-  EXPECT_TRUE(Table.Fields(4).IsEmpty());
-
-  Table.SetBookMark(0);
-  Table.Edit();
-  EXPECT_EQ(ErrorOf([&] { Table.SetFields(2, "x"); }).first, 50201);
-  Table.AddNew();
-  EXPECT_EQ(Table.EditMode(), 2);
-  EXPECT_NO_THROW(Table.SetFields(2, "x"));
-}
-
-TEST_F(FieldsThroughTQFileTest, Descriptions) {
-  EXPECT_EQ(Table.FieldName(7), "TAMAÑO");
-  EXPECT_EQ(Table.FieldName(10), "");
-  EXPECT_EQ(Table.FieldLength(2), 10);
-  EXPECT_EQ(Table.FieldType(8), 62);
-  EXPECT_EQ(Table.GetKeyField(19), 9);
-  Table.SetFieldType(5, 10);  // read as text from now on
-  EXPECT_EQ(Table.FieldType(5), 10);
-  EXPECT_EQ(Table.Fields(5), Variant("ýÿ"));  // -3 is stored as FD FF
-}
-
-TEST_F(FieldsThroughTQFileTest, ImageAndLongTextRoundTripThroughUpdate) {
+  ASSERT_EQ(Table.OpenFile(Dir.Dir() + "CLIEN01", Dir.Dir()), 0);
+  Table.MoveFirst();
   Table.Edit();
   Table.SetFields("FOTO", "0123456789");
   Table.SetFields("MEMO", "Texto largo con eñe");
@@ -315,7 +203,6 @@ TEST_F(FieldsThroughTQFileTest, ImageAndLongTextRoundTripThroughUpdate) {
   EXPECT_EQ(Dir.Read("CLIEN01.tqy"),
             "Texto largo con e\xF1"
             "e");
-
   Table.Edit();
   Table.SetFields("FOTO", "");
   Table.SetFields("MEMO", "");

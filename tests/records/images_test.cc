@@ -60,40 +60,29 @@ class ImagesTest : public ::testing::Test {
   }
 };
 
-TEST_F(ImagesTest, FirstImageGetsHundredBlanksOfSlack) {
+// An entry: capacity, owner and a 255 status byte, then the image and 100 blanks of slack.
+// A shorter image is rewritten in place; a longer one releases (zeroes) the old entry.
+TEST_F(ImagesTest, ImagesGetSlackAreRewrittenInPlaceOrMovedWhenTheyGrow) {
   UpdateImage(State, 1, kPhoto, "0123456789");
   EXPECT_EQ(GetLong(State, 1, kPhoto), 1);
-  const std::string File = ImageBytes();
-  ASSERT_EQ(File.size(), 9u + 110u);
-  EXPECT_EQ(Int32At(File, 0), 110);  // capacity
-  EXPECT_EQ(Int32At(File, 4), 1);    // owner
-  EXPECT_EQ(static_cast<uint8_t>(File[8]), 255);
-  EXPECT_EQ(File.substr(9), "0123456789" + std::string(100, ' '));
-  EXPECT_EQ(GetImage(State, 1, kPhoto), "0123456789" + std::string(100, ' '));
-}
-
-TEST_F(ImagesTest, ImageThatFitsIsRewrittenInPlace) {
-  UpdateImage(State, 1, kPhoto, "0123456789");
-  const std::string Fifty(50, 'x');
-  UpdateImage(State, 1, kPhoto, Fifty);
-  EXPECT_EQ(GetLong(State, 1, kPhoto), 1);
-  const std::string File = ImageBytes();
+  std::string File = ImageBytes();
   ASSERT_EQ(File.size(), 9u + 110u);
   EXPECT_EQ(Int32At(File, 0), 110);
-  EXPECT_EQ(File.substr(9), Fifty + std::string(60, ' '));
-}
+  EXPECT_EQ(Int32At(File, 4), 1);
+  EXPECT_EQ(static_cast<uint8_t>(File[8]), 255);
+  EXPECT_EQ(GetImage(State, 1, kPhoto), "0123456789" + std::string(100, ' '));
 
-TEST_F(ImagesTest, LongerImageReleasesOldEntryAndAppends) {
-  UpdateImage(State, 1, kPhoto, "0123456789");
-  const std::string Long(200, 'y');
-  UpdateImage(State, 1, kPhoto, Long);
-  const std::string File = ImageBytes();
+  UpdateImage(State, 1, kPhoto, std::string(50, 'x'));
+  EXPECT_EQ(GetLong(State, 1, kPhoto), 1);
+  EXPECT_EQ(ImageBytes().substr(9), std::string(50, 'x') + std::string(60, ' '));
+
+  UpdateImage(State, 1, kPhoto, std::string(200, 'y'));
+  File = ImageBytes();
   EXPECT_EQ(GetLong(State, 1, kPhoto), 120);
-  EXPECT_EQ(File.substr(0, 119), std::string(119, '\0'));  // header and data zeroed
+  EXPECT_EQ(File.substr(0, 119), std::string(119, '\0'));
   ASSERT_EQ(File.size(), 119u + 9u + 300u);
   EXPECT_EQ(Int32At(File, 119), 300);
-  EXPECT_EQ(Int32At(File, 123), 1);
-  EXPECT_EQ(GetImage(State, 1, kPhoto), Long + std::string(100, ' '));
+  EXPECT_EQ(GetImage(State, 1, kPhoto), std::string(200, 'y') + std::string(100, ' '));
 }
 
 TEST_F(ImagesTest, EmptyOrBlankValueReleasesAndLeavesZero) {
@@ -109,38 +98,30 @@ TEST_F(ImagesTest, EmptyOrBlankValueReleasesAndLeavesZero) {
   EXPECT_EQ(ImageBytes().size(), 2u * (9 + 103));
 }
 
-TEST_F(ImagesTest, ValueIsTrimmedAndOwnerIsTheRecord) {
+TEST_F(ImagesTest, AnExactValueIsTrimmedAndTouchesNothingElse) {
   PutImage(State, 2, kPhoto, "  pic  ", /*Exact=*/true);
   const std::string File = ImageBytes();
   EXPECT_EQ(Int32At(File, 0), 3);
   EXPECT_EQ(Int32At(File, 4), 2);
   EXPECT_EQ(GetImage(State, 2, kPhoto), "pic");
-  // The neighbouring fields are not touched.
   EXPECT_EQ(GetField(State, 2, 3, false), "n2  ");
-}
-
-TEST_F(ImagesTest, EmptyPutTouchesNoImageFile) {
-  State.ImageFileNo = 0;  // a table without an image file
+  const std::string Big(kMaxImageBytes - kImageSlack + 1, 'z');  // reads are bounded to 2^26
+  EXPECT_THROW(PutImage(State, 1, kPhoto, Big), Fault);
+  EXPECT_EQ(ImageBytes(), File);
+  State.ImageFileNo = 0;  // a table without an image file: an empty put needs none
   PutImage(State, 1, kPhoto, "");
-  EXPECT_EQ(GetLong(State, 1, kPhoto), 0);
   EXPECT_EQ(GetImage(State, 1, kPhoto), "");
 }
 
-TEST_F(ImagesTest, PositionOutsideTheFileReadsEmpty) {
+TEST_F(ImagesTest, PlacesOrCapacitiesOutsideTheFileReadEmpty) {
   UpdateImage(State, 1, kPhoto, "abc");  // 112 bytes
   for (int32_t Position : {113, 5000, 110, -7}) {
     PutLong(State, 2, kPhoto, Position);
     EXPECT_EQ(GetImage(State, 2, kPhoto), "") << Position;
   }
-}
-
-TEST_F(ImagesTest, DamagedCapacityReadsEmpty) {
-  std::string Huge = Int32Bytes((1 << 26) + 1) + Int32Bytes(1) + "\xFF" + "data";
-  std::string PastEnd = Int32Bytes(1000) + Int32Bytes(1) + "\xFF" + "data";
-  std::string Negative = Int32Bytes(-5) + Int32Bytes(1) + "\xFF" + "data";
-  for (const std::string& Entry : {Huge, PastEnd, Negative}) {
-    PutLong(State, 1, kPhoto, AppendRaw(Entry));
-    EXPECT_EQ(GetImage(State, 1, kPhoto), "");
+  for (int32_t Capacity : {(1 << 26) + 1, 1000, -5}) {
+    PutLong(State, 2, kPhoto, AppendRaw(Int32Bytes(Capacity) + Int32Bytes(2) + "\xFF" + "data"));
+    EXPECT_EQ(GetImage(State, 2, kPhoto), "") << Capacity;
   }
 }
 
@@ -176,26 +157,19 @@ TEST_F(ImagesTest, AppendFailsAtOnceWhileAnotherHoldsTheFile) {
   platform::ReleaseNumber(Other);
 }
 
-TEST_F(ImagesTest, LockIsReleasedWhenTheAppendFails) {
-  // A file so long that the next entry's position would leave 32 bits.
-  platform::Truncate(ImageNo(), int64_t{1} << 31);
+TEST_F(ImagesTest, TheLockIsReleasedWhenTheAppendFails) {
+  platform::Truncate(ImageNo(), int64_t{1} << 31);  // the next position would leave 32 bits
   try {
     PutImage(State, 1, kPhoto, "abc");
     FAIL() << "expected Fault 6";
   } catch (const Fault& Failure) {
     EXPECT_EQ(Failure.Number(), platform::kOverflow);
   }
+  EXPECT_EQ(GetLong(State, 1, kPhoto), 0);
   const platform::FileNo Other = platform::TakeFreeNumber();
   platform::Open(Other, Dir.File("FOTOS01.tqw"));
   EXPECT_NO_THROW(platform::LockRange(Other, 1, platform::kToEnd));
   platform::ReleaseNumber(Other);
-  EXPECT_EQ(GetLong(State, 1, kPhoto), 0);
-}
-
-TEST_F(ImagesTest, OversizedImageIsRefused) {
-  const std::string Big(kMaxImageBytes - kImageSlack + 1, 'z');
-  EXPECT_THROW(PutImage(State, 1, kPhoto, Big), Fault);
-  EXPECT_EQ(ImageBytes(), "");
 }
 
 }  // namespace

@@ -69,44 +69,40 @@ std::string KeyOf(const Row& R, int Key) {
   }
 }
 
+using Entry = std::pair<std::string, int32_t>;  // key text, record
+
+bool Less(const Entry& A, const Entry& B) {
+  const int C = platform::CompareText(A.first, B.first);
+  return C != 0 ? C < 0 : A.second < B.second;
+}
+
 class Model {
  public:
   std::map<int32_t, Row> Rows;
   std::vector<int32_t> Freed;  // deleted numbers, the last one on top
   int32_t Last = 0;
 
-  // The live records in the order of key Key.
+  // The live records' entries of key Key, in key order.
+  std::vector<Entry> Entries(int Key) const {
+    std::vector<Entry> Out;
+    for (const auto& [Record, R] : Rows) Out.emplace_back(KeyOf(R, Key), Record);
+    std::sort(Out.begin(), Out.end(), Less);
+    return Out;
+  }
   std::vector<int32_t> Order(int Key) const {
-    std::vector<std::pair<std::string, int32_t>> Entries;
-    for (const auto& [Record, R] : Rows) Entries.emplace_back(KeyOf(R, Key), Record);
-    std::sort(Entries.begin(), Entries.end(), [](const auto& A, const auto& B) {
-      const int C = platform::CompareText(A.first, B.first);
-      return C != 0 ? C < 0 : A.second < B.second;
-    });
     std::vector<int32_t> Records;
-    for (const auto& E : Entries) Records.push_back(E.second);
+    for (const Entry& E : Entries(Key)) Records.push_back(E.second);
     return Records;
   }
-  // The entry of key Key that follows (or precedes) the pair (Text, Record) in the model.
-  std::optional<int32_t> Neighbour(int Key, const std::string& Text, int32_t Record,
-                                   bool After) const {
-    std::optional<int32_t> Best;
-    std::string BestText;
-    for (const auto& [N, R] : Rows) {
-      const std::string T = KeyOf(R, Key);
-      const int C = platform::CompareText(T, Text);
-      const bool Beyond =
-          After ? (C > 0 || (C == 0 && N > Record)) : (C < 0 || (C == 0 && N < Record));
-      if (!Beyond) continue;
-      const int B = Best ? platform::CompareText(T, BestText) : 0;
-      const bool Better =
-          !Best || (After ? (B < 0 || (B == 0 && N < *Best)) : (B > 0 || (B == 0 && N > *Best)));
-      if (Better) {
-        Best = N;
-        BestText = T;
-      }
+  // The entry of key Key that follows (or precedes) the pair At, which may be gone.
+  std::optional<int32_t> Neighbour(int Key, const Entry& At, bool After) const {
+    const std::vector<Entry> All = Entries(Key);
+    if (After) {
+      const auto It = std::upper_bound(All.begin(), All.end(), At, Less);
+      return It == All.end() ? std::nullopt : std::optional<int32_t>(It->second);
     }
-    return Best;
+    const auto It = std::lower_bound(All.begin(), All.end(), At, Less);
+    return It == All.begin() ? std::nullopt : std::optional<int32_t>(std::prev(It)->second);
   }
 };
 
@@ -169,29 +165,16 @@ class RecordsetModelTest : public ::testing::Test {
     const Row New = RandomRow();
     T.SetBookMark(Record);
     T.Edit();
-    if (Pick(0, 1)) {
-      R.Name = New.Name;
-      Put("NAME", R);
-    }
-    if (Pick(0, 2) == 0) {
-      R.Code = New.Code;
-      Put("CODE", R);
-    }
-    if (Pick(0, 2) == 0) {
-      R.Day = New.Day;
-      Put("FECHA", R);
-    }
-    if (Pick(0, 2) == 0) {
-      R.Group = New.Group;
-      Put("GRP", R);
-    }
-    if (Pick(0, 1)) {
-      R.Amount = New.Amount;
-      Put("AMOUNT", R);
-    }
-    if (Pick(0, 1)) {
-      R.Qty = New.Qty;
-      Put("QTY", R);
+    for (const char* F : {"NAME", "CODE", "FECHA", "GRP", "AMOUNT", "QTY"}) {
+      if (Pick(0, 2) != 0) continue;
+      const std::string Name = F;
+      if (Name == "NAME") R.Name = New.Name;
+      if (Name == "CODE") R.Code = New.Code;
+      if (Name == "FECHA") R.Day = New.Day;
+      if (Name == "GRP") R.Group = New.Group;
+      if (Name == "AMOUNT") R.Amount = New.Amount;
+      if (Name == "QTY") R.Qty = New.Qty;
+      Put(F, R);
     }
     T.Update();
   }
@@ -225,13 +208,13 @@ class RecordsetModelTest : public ::testing::Test {
       T.Update();
     }
     const bool Forward = Pick(0, 1);
-    const auto Expected = M.Neighbour(1, KeyOf(Old, 1), Record, Forward);
+    const auto Expected = M.Neighbour(1, {KeyOf(Old, 1), Record}, Forward);
     if (!Expected) return;  // at an end of the key: nothing to compare
     Forward ? T.MoveNext() : T.MovePrevious();
     EXPECT_EQ(T.EngineCommand().substr(0, 1), Forward ? "A" : "E");
     ASSERT_EQ(T.LastError(), 0);
     ASSERT_EQ(T.BookMark(), *Expected);
-    const auto Then = M.Neighbour(1, KeyOf(M.Rows.at(*Expected), 1), *Expected, Forward);
+    const auto Then = M.Neighbour(1, {KeyOf(M.Rows.at(*Expected), 1), *Expected}, Forward);
     Forward ? T.MoveNext() : T.MovePrevious();
     EXPECT_EQ(T.EngineCommand().substr(0, 1), Forward ? "N" : "P");
     if (Then) {

@@ -56,65 +56,44 @@ class SeekTest : public ::testing::Test {
   TQFile& T;
 };
 
-TEST_F(SeekTest, FirstEqualFindsTheFirstDuplicateAndReportsWhyNot) {
-  EXPECT_EQ(Seek("DELTA", adseekfirsteq), 2);
-  EXPECT_EQ(T.LastError(), 0);
-  EXPECT_EQ(Seek("delta", adseekfirsteq), 2);  // keys are kept in upper case
-  EXPECT_EQ(Seek("CHARLIE", adseekfirsteq), 0);
-  EXPECT_EQ(T.LastError(), 12);
-  EXPECT_EQ(Seek("ALPHA", adseekfirsteq), 0);
-  EXPECT_EQ(T.LastError(), 13);
-  EXPECT_TRUE(T.Bof());
-  EXPECT_EQ(Seek("ZULU", adseekfirsteq), 0);
-  EXPECT_EQ(T.LastError(), 15);
-  EXPECT_TRUE(T.Eof());
+// Every option on values below, between, equal to (three duplicates) and above the keys;
+// each answer is also the current record. Keys are kept in upper case.
+TEST_F(SeekTest, EveryOptionOnValuesBelowBetweenEqualAndAbove) {
+  struct Case {
+    const char* Value;
+    int32_t Option, Found;
+    int16_t Status;
+  };
+  for (const Case& C :
+       std::vector<Case>{{"ALPHA", adseekfirsteq, 0, 13},   {"CHARLIE", adseekfirsteq, 0, 12},
+                         {"DELTA", adseekfirsteq, 2, 0},    {"delta", adseekfirsteq, 2, 0},
+                         {"ZULU", adseekfirsteq, 0, 15},    {"ALPHA", adSeekLastEQ, 0, 13},
+                         {"CHARLIE", adSeekLastEQ, 0, 12},  {"DELTA", adSeekLastEQ, 5, 0},
+                         {"FOXTROT", adSeekLastEQ, 3, 0},   {"ZULU", adSeekLastEQ, 0, 15},
+                         {"ALPHA", adSeekAfterEQ, 1, 0},    {"CHARLIE", adSeekAfterEQ, 2, 0},
+                         {"DELTA", adSeekAfterEQ, 2, 0},    {"ECHO", adSeekAfterEQ, 3, 0},
+                         {"ZULU", adSeekAfterEQ, 0, 15},    {"ALPHA", adSeekBeforeEQ, 0, 13},
+                         {"CHARLIE", adSeekBeforeEQ, 1, 0}, {"DELTA", adSeekBeforeEQ, 2, 0},
+                         {"ECHO", adSeekBeforeEQ, 5, 0},    {"ZULU", adSeekBeforeEQ, 3, 0}}) {
+    EXPECT_EQ(Seek(C.Value, C.Option), C.Found) << C.Value << " " << C.Option;
+    EXPECT_EQ(T.LastError(), C.Status) << C.Value << " " << C.Option;
+  }
+  T.SetBookMark(4);
+  T.SetEngineCommand("X\\MARK");
+  for (int32_t Option : {0, 3, 5, 64, -1}) {  // unknown options send nothing
+    EXPECT_EQ(T.SeekKey("DELTA", Option), 0) << Option;
+  }
+  EXPECT_EQ(T.EngineCommand(), "X\\MARK");
+  EXPECT_EQ(T.BookMark(), 4);
 }
 
-TEST_F(SeekTest, LastEqualReturnsTheLastOfTheDuplicatesWithStatusZero) {
-  EXPECT_EQ(Seek("DELTA", adSeekLastEQ), 5);
-  EXPECT_EQ(T.LastError(), 0);
-  EXPECT_EQ(Seek("delta", adSeekLastEQ), 5);
-  EXPECT_EQ(Seek("BRAVO", adSeekLastEQ), 1);
-  EXPECT_EQ(Seek("FOXTROT", adSeekLastEQ), 3);  // the last entry of the key
-  EXPECT_EQ(T.LastError(), 0);
-  EXPECT_EQ(Seek("CHARLIE", adSeekLastEQ), 0);
-  EXPECT_EQ(T.LastError(), 12);
-  EXPECT_EQ(Seek("ZULU", adSeekLastEQ), 0);
-  EXPECT_EQ(T.LastError(), 15);
-  EXPECT_EQ(Seek("ALPHA", adSeekLastEQ), 0);
-  EXPECT_EQ(T.LastError(), 13);
-}
-
-TEST_F(SeekTest, AfterEqualGivesTheFirstEntryNotBelowTheValue) {
-  EXPECT_EQ(Seek("ALPHA", adSeekAfterEQ), 1);
-  EXPECT_EQ(T.LastError(), 0);
-  EXPECT_EQ(Seek("CHARLIE", adSeekAfterEQ), 2);
-  EXPECT_EQ(Seek("DELTA", adSeekAfterEQ), 2);
-  EXPECT_EQ(Seek("ECHO", adSeekAfterEQ), 3);
-  EXPECT_EQ(Seek("ZULU", adSeekAfterEQ), 0);
-  EXPECT_TRUE(T.Eof());
-}
-
-TEST_F(SeekTest, BeforeEqualGivesTheEqualOrTheGreatestEntryBelow) {
-  EXPECT_EQ(Seek("CHARLIE", adSeekBeforeEQ), 1);
-  EXPECT_EQ(T.LastError(), 0);
-  EXPECT_EQ(Seek("DELTA", adSeekBeforeEQ), 2);
-  EXPECT_EQ(Seek("ECHO", adSeekBeforeEQ), 5);
-  EXPECT_EQ(Seek("ZULU", adSeekBeforeEQ), 3);
-  EXPECT_EQ(T.LastError(), 0);
-  EXPECT_EQ(Seek("ALPHA", adSeekBeforeEQ), 0);
-  EXPECT_EQ(T.LastError(), 13);
-}
-
-TEST_F(SeekTest, SpecialSeekKeyNamesTheCurrentEntry) {
+TEST_F(SeekTest, TheSpecialSeekKeyNamesTheCurrentEntryForAfterAndBefore) {
   const std::string FileNo = std::to_string(T.DataFileNo());
   EXPECT_EQ(SpecialKeyOf(4), "1\\4\\" + FileNo + "\\DELTA   ");
   T.SetIndex(2);
   EXPECT_EQ(SpecialKeyOf(4), "2\\4\\" + FileNo + "\\DELTA   0004");
   EXPECT_EQ(SpecialKeyOf(0), "");
-}
-
-TEST_F(SeekTest, AfterAndBeforeStepFromTheEntryASpecialKeyNames) {
+  T.SetIndex(1);
   const std::string Fourth = SpecialKeyOf(4);
   EXPECT_EQ(Seek(Fourth, adSeekAfter), 5);
   EXPECT_EQ(Seek(Fourth, adSeekBefore), 2);
@@ -124,20 +103,10 @@ TEST_F(SeekTest, AfterAndBeforeStepFromTheEntryASpecialKeyNames) {
   EXPECT_TRUE(T.Bof());
 }
 
-TEST_F(SeekTest, AnUnknownOptionSendsNothingAndReturnsZero) {
-  T.SetBookMark(4);
-  T.SetEngineCommand("X\\MARK");
-  for (int32_t Option : {0, 3, 5, 64, -1}) {
-    EXPECT_EQ(T.SeekKey("DELTA", Option), 0) << Option;
-  }
-  EXPECT_EQ(T.EngineCommand(), "X\\MARK");
-  EXPECT_EQ(T.BookMark(), 4);
-}
-
 TEST_F(SeekTest, ArrayValuesFillTheKeySegmentBySegment) {
   T.SetIndex(2);
   EXPECT_EQ(Seek(std::vector<Variant>{"DELTA", "0004"}, adseekfirsteq), 4);
-  EXPECT_EQ(Seek(std::vector<Variant>{"delta", "0005"}, adseekfirsteq), 5);
+  EXPECT_EQ(Seek(std::vector<Variant>{"delta", "0005", "extra"}, adseekfirsteq), 5);
   // A segment's value longer than the segment is cut to it.
   EXPECT_EQ(Seek(std::vector<Variant>{"DELTAXXXXX", "0002"}, adseekfirsteq), 0);
   // A missing segment is blank: below every DELTA entry.
@@ -176,16 +145,6 @@ TEST_F(SeekTest, ASeekDropsTheSavedPosition) {
   T.MoveNext();
   EXPECT_EQ(T.EngineCommand().substr(0, 2), "N\\");
   EXPECT_TRUE(T.Eof());
-}
-
-TEST(SeekValueTest, IsAsLongAsTheKey) {
-  OpenTable Table(SeekSpec(), SeekRecords());
-  const TableState& State = Table.File().State();
-  EXPECT_EQ(SeekValue(State, 1, "DEL"), "DEL     ");
-  EXPECT_EQ(SeekValue(State, 1, "ABCDEFGHIJ"), "ABCDEFGH");
-  EXPECT_EQ(SeekValue(State, 2, std::vector<Variant>{"AB", "1", "extra"}), "AB      1   ");
-  EXPECT_EQ(SeekValue(State, 4, std::vector<Variant>{int16_t{258}}), std::string("\x02\x01", 2));
-  EXPECT_THROW(SeekValue(State, 11, "X"), platform::Fault);
 }
 
 }  // namespace
