@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tqdb {
@@ -69,6 +70,13 @@ struct EngineState {
   // changes when pages are added, so a file that did not grow meanwhile keeps it.
   std::vector<int32_t> StackChain;
   int64_t StackChainLength = -1;
+
+  // Pages read or written during one command that holds the key-file lock (D, I, R). No
+  // other user changes the key file while the lock is held, so such a command reads each
+  // page from the file once; the copies are dropped before the lock is released. Off and
+  // empty outside those commands (see engine::LockedPageScope).
+  bool PageCacheOn = false;
+  std::vector<std::pair<int64_t, NodeBuffer>> PageCache;
 
   // Raised with a percentage while a key file is built from a data file.
   std::function<void(int32_t)> Progress;

@@ -111,9 +111,17 @@ bool StepReadsFile(const EngineState& Engine, bool Forward) {
 }
 
 // The shared lock of the reading letters, taken only when a key file is open (without
-// one the operation itself reports it).
-void TakeReadLock(const EngineState& Engine, std::optional<KeyFileLock>& Lock) {
-  if (Engine.KeyFileNo != 0) Lock.emplace(Engine.KeyFileNo, false);
+// one the operation itself reports it). While it is held nobody changes the key file, so
+// a page the letter reads twice is read from the file once.
+struct ReadLock {
+  std::optional<KeyFileLock> Lock;
+  std::optional<engine::LockedPageScope> Pages;
+};
+
+void TakeReadLock(EngineState& Engine, ReadLock& Held) {
+  if (Engine.KeyFileNo == 0) return;
+  Held.Lock.emplace(Engine.KeyFileNo, false);
+  Held.Pages.emplace(Engine);
 }
 
 // Runs the operation of the command's letter; letters without one do nothing.
@@ -127,7 +135,7 @@ void RunLetter(EngineState& Engine, std::string& Command, char Separator, int32_
       const int32_t Record = Fields.Int32(2);
       Fields.Int16(3);
       const std::string_view Value = Fields.TextToEnd(4);
-      std::optional<KeyFileLock> Lock;
+      ReadLock Lock;
       TakeReadLock(Engine, Lock);
       Result = Command[0] == 'A' ? engine::KeyAfter(Engine, Key, Record, Value)
                                  : engine::KeyBefore(Engine, Key, Record, Value);
@@ -140,6 +148,7 @@ void RunLetter(EngineState& Engine, std::string& Command, char Separator, int32_
       Fields.Int16(3);
       const std::vector<std::string> Values = Fields.KeyTexts(Engine, 4);
       const KeyFileLock Lock(Engine.KeyFileNo);
+      const engine::LockedPageScope Pages(Engine);
       engine::DeleteKeys(Engine, Record, Values);
       return;
     }
@@ -147,7 +156,7 @@ void RunLetter(EngineState& Engine, std::string& Command, char Separator, int32_
     case 'L': {
       const int16_t Key = Fields.Int16(1);
       Fields.Int16(2);
-      std::optional<KeyFileLock> Lock;
+      ReadLock Lock;
       TakeReadLock(Engine, Lock);
       Result = Command[0] == 'F' ? engine::KeyFirst(Engine, Key) : engine::KeyLast(Engine, Key);
       return;
@@ -157,7 +166,7 @@ void RunLetter(EngineState& Engine, std::string& Command, char Separator, int32_
       const int16_t Key = Fields.Int16(1);
       Fields.Int16(2);
       const std::string_view Value = Fields.TextToEnd(3);
-      std::optional<KeyFileLock> Lock;
+      ReadLock Lock;
       TakeReadLock(Engine, Lock);
       Result = Command[0] == 'G' ? engine::KeyGet(Engine, Key, Value)
                                  : engine::KeySearch(Engine, Key, Value);
@@ -167,6 +176,7 @@ void RunLetter(EngineState& Engine, std::string& Command, char Separator, int32_
       Fields.Int16(1);
       const std::vector<std::string> Values = Fields.KeyTexts(Engine, 2);
       const KeyFileLock Lock(Engine.KeyFileNo);
+      const engine::LockedPageScope Pages(Engine);
       engine::InsertKeys(Engine, Values);
       return;
     }
@@ -176,7 +186,7 @@ void RunLetter(EngineState& Engine, std::string& Command, char Separator, int32_
     case 'P': {
       platform::ToInt16(
           platform::Val(std::string_view(Command).substr(std::min<size_t>(2, Command.size()))));
-      std::optional<KeyFileLock> Lock;
+      ReadLock Lock;
       if (StepReadsFile(Engine, Command[0] == 'N')) TakeReadLock(Engine, Lock);
       Result = Command[0] == 'N' ? engine::KeyNext(Engine) : engine::KeyPrevious(Engine);
       return;
@@ -190,6 +200,7 @@ void RunLetter(EngineState& Engine, std::string& Command, char Separator, int32_
       std::string_view Old, New;
       Fields.OldAndNew(Engine, Key, Old, New);
       const KeyFileLock Lock(Engine.KeyFileNo);
+      const engine::LockedPageScope Pages(Engine);
       engine::ReplaceKeys(Engine, Key, Record, Old, New);
       Result = Record;
       return;
@@ -198,7 +209,7 @@ void RunLetter(EngineState& Engine, std::string& Command, char Separator, int32_
       Engine.EngineDir = std::string(Fields.TextToEnd(1));
       return;
     case 'U': {
-      std::optional<KeyFileLock> Lock;
+      ReadLock Lock;
       TakeReadLock(Engine, Lock);
       Result = engine::CountDeleted(Engine);
       return;

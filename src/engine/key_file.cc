@@ -68,13 +68,56 @@ void WriteToImage(EngineState& Engine, int64_t Position, std::span<const uint8_t
   std::memcpy(Engine.Image.data() + Start, Bytes.data(), Bytes.size());
 }
 
+// The page cache of a locked command (EngineState::PageCache): a handful of pages, so a
+// short list searched from the newest end does.
+constexpr size_t kPageCacheLimit = 64;
+constexpr size_t kPageBytes = kNodeSize;
+
+const NodeBuffer* CachedPage(const EngineState& Engine, int64_t Position) {
+  for (auto It = Engine.PageCache.rbegin(); It != Engine.PageCache.rend(); ++It) {
+    if (It->first == Position) return &It->second;
+  }
+  return nullptr;
+}
+
+void RememberPage(EngineState& Engine, int64_t Position, std::span<const uint8_t> Page) {
+  if (Engine.PageCache.size() >= kPageCacheLimit) return;
+  auto& Entry = Engine.PageCache.emplace_back();
+  Entry.first = Position;
+  std::memcpy(Entry.second.data(), Page.data(), kPageBytes);
+}
+
+// Brings the cached pages up to date with bytes just written at Position; a whole page
+// written is kept as well.
+void NoteWrittenInCache(EngineState& Engine, int64_t Position, std::span<const uint8_t> Bytes) {
+  const int64_t End = Position + static_cast<int64_t>(Bytes.size());
+  bool Kept = false;
+  for (auto& [Page, Copy] : Engine.PageCache) {
+    const int64_t From = std::max(Page, Position);
+    const int64_t To = std::min(Page + kNodeSize, End);
+    if (From >= To) continue;
+    std::memcpy(Copy.data() + (From - Page), Bytes.data() + (From - Position),
+                static_cast<size_t>(To - From));
+    Kept = Kept || (Page == Position && Bytes.size() == kPageBytes);
+  }
+  if (!Kept && Bytes.size() == kPageBytes) RememberPage(Engine, Position, Bytes);
+}
+
 void ReadRaw(EngineState& Engine, int64_t Position, std::span<uint8_t> Out) {
   if (Position < 1) throw Fault(platform::kBadRecordNumber);
   if (Engine.ImageMode) {
     ReadFromImage(Engine, Position, Out);
-  } else {
-    platform::ReadAt(Engine.KeyFileNo, Position, Out);
+    return;
   }
+  const bool WholePage = Engine.PageCacheOn && Out.size() == kPageBytes;
+  if (WholePage) {
+    if (const NodeBuffer* Copy = CachedPage(Engine, Position)) {
+      std::memcpy(Out.data(), Copy->data(), kPageBytes);
+      return;
+    }
+  }
+  platform::ReadAt(Engine.KeyFileNo, Position, Out);
+  if (WholePage) RememberPage(Engine, Position, Out);
 }
 
 void WriteRaw(EngineState& Engine, int64_t Position, std::span<const uint8_t> Bytes) {
@@ -84,6 +127,7 @@ void WriteRaw(EngineState& Engine, int64_t Position, std::span<const uint8_t> By
   } else {
     platform::WriteAt(Engine.KeyFileNo, Position, Bytes);
     NoteWritten(Engine, Position, Bytes.size());
+    if (Engine.PageCacheOn) NoteWrittenInCache(Engine, Position, Bytes);
   }
 }
 
@@ -201,7 +245,15 @@ std::string ReadKeyBytes(EngineState& Engine, int64_t Position, int64_t Count) {
 }
 
 int64_t NewPagePosition(EngineState& Engine) {
-  if (!Engine.ImageMode) return RefreshKeyFileLength(Engine) + 1;
+  if (!Engine.ImageMode) {
+    // Just after the last whole page: a fragment at the end (a write cut short by a full
+    // disk) is covered by the new page instead of pushing every later page off the
+    // page boundaries.
+    const int64_t First = FirstPagePosition(Engine);
+    const int64_t Length = RefreshKeyFileLength(Engine);
+    if (Length < First) return First;
+    return First + (Length - First + 1) / kNodeSize * kNodeSize;
+  }
   const int64_t Next = Engine.ImageLastPage + kNodeSize;
   if (Next + kNodeSize - 1 <= static_cast<int64_t>(Engine.Image.size())) {
     Engine.ImageLastPage = static_cast<int32_t>(Next);
@@ -289,6 +341,16 @@ void CreateEmptyKeyFile(std::string_view Path, std::span<const int> KeyLengths) 
     throw;
   }
   platform::ReleaseNumber(Number);
+}
+
+LockedPageScope::LockedPageScope(EngineState& Engine) : engine_(Engine) {
+  engine_.PageCache.clear();
+  engine_.PageCacheOn = true;
+}
+
+LockedPageScope::~LockedPageScope() {
+  engine_.PageCacheOn = false;
+  engine_.PageCache.clear();
 }
 
 void BeginKeyFileImage(EngineState& Engine) {

@@ -86,6 +86,21 @@ int32_t CountDeleted(EngineState& Engine);
 // root leaf per key. Replaces an existing file. Fault 5 for invalid lengths.
 void CreateEmptyKeyFile(std::string_view Path, std::span<const int> KeyLengths);
 
+// Holds EngineState's page cache on for one command under the key-file lock: pages read
+// or written meanwhile are kept, and a page read again comes from the copy. REQUIRES: the
+// key-file lock (byte 1) is held for the whole life of the object, which must end before
+// the lock is released. Writes still go to the file at once; nothing is deferred.
+class LockedPageScope {
+ public:
+  explicit LockedPageScope(EngineState& Engine);
+  ~LockedPageScope();
+  LockedPageScope(const LockedPageScope&) = delete;
+  LockedPageScope& operator=(const LockedPageScope&) = delete;
+
+ private:
+  EngineState& engine_;
+};
+
 // Memory image mode, for building a key file in one go. Begin loads the open key file
 // into Engine.Image and turns the mode on; Flush puts the header into the image, reopens
 // the file on the same number, writes the used part in pieces of at most 32,767 bytes and

@@ -134,7 +134,14 @@ bool RecoverRebuild(const RebuildFiles& Files) {
     DiscardStaged(Files);
     return false;
   }
-  if (platform::UpperCase(ReadMark(Files)) != platform::UpperCase(Files.Suffix)) {
+  const std::string Mark = ReadMark(Files);
+  if (Mark.empty()) {
+    // The mark file was created but its text never written: the commit had not begun.
+    DiscardStaged(Files);
+    DeleteIfPresent(Files.Mark());
+    return false;
+  }
+  if (platform::UpperCase(Mark) != platform::UpperCase(Files.Suffix)) {
     throw Fault(platform::kPathFileAccess);
   }
   DeleteIfPresent(Files.Work());

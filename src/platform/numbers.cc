@@ -205,9 +205,54 @@ double ValueOf(const Scanned& S) {
   return S.Negative ? -Value : Value;
 }
 
+// The common case of Val: an optional sign and 1 to 15 digits, then the end of the text
+// or a character that cannot continue a number (such as the separator after a number in
+// an engine command). Such an integer is exact in a double, so the value is the one the
+// full scan below gives. Returns false for any other text.
+bool PlainInteger(std::string_view Text, double& Out) {
+  size_t Pos = 0;
+  bool Negative = false;
+  if (Pos < Text.size() && (Text[Pos] == '+' || Text[Pos] == '-')) Negative = Text[Pos++] == '-';
+  const size_t First = Pos;
+  int64_t Value = 0;
+  while (Pos < Text.size() && Pos - First < 15 && IsDigit(Text[Pos])) {
+    Value = Value * 10 + (Text[Pos++] - '0');
+  }
+  if (Pos == First) return false;
+  if (Pos < Text.size()) {
+    switch (Text[Pos]) {
+      case '0':
+      case '1':
+      case '2':
+      case '3':
+      case '4':
+      case '5':
+      case '6':
+      case '7':
+      case '8':
+      case '9':
+      case '.':
+      case 'E':
+      case 'e':
+      case 'D':
+      case 'd':
+      case ' ':
+      case '\t':
+      case '\n':
+        return false;  // the number may go on: leave it to the full scan
+      default:
+        break;
+    }
+  }
+  Out = Negative ? -static_cast<double>(Value) : static_cast<double>(Value);
+  return true;
+}
+
 }  // namespace
 
 double Val(std::string_view Text) {
+  double Plain = 0;
+  if (PlainInteger(Text, Plain)) return Plain;
   // Blanks, tabs and line feeds are ignored wherever they stand.
   std::string Clean;
   Clean.reserve(Text.size());
@@ -319,7 +364,10 @@ std::string FormatNumber(Number Value, int Significant, int PlainLimit) {
     return Out;
   }
   Out += Digits.substr(0, 1);
-  if (Digits.size() > 1) Out += "." + Digits.substr(1);
+  if (Digits.size() > 1) {
+    Out += '.';
+    Out.append(Digits, 1);
+  }
   const std::string ExpDigits = std::to_string(Exponent < 0 ? -Exponent : Exponent);
   Out += Exponent < 0 ? "E-" : "E+";
   if (ExpDigits.size() < 2) Out += '0';
@@ -333,7 +381,9 @@ std::string DoubleToText(double Value) { return FormatNumber(Value, 15, 15); }
 std::string SingleToText(float Value) { return FormatNumber(Value, 7, 7); }
 
 std::string StrOf(int64_t Value) {
-  return Value < 0 ? std::to_string(Value) : " " + std::to_string(Value);
+  std::string Out = Value < 0 ? std::string() : std::string(" ");
+  Out += std::to_string(Value);
+  return Out;
 }
 
 }  // namespace tqdb::platform

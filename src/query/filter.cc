@@ -36,7 +36,7 @@ class AbsModeScope {
   TableState& state_;
 };
 
-RecordList Evaluate(TableState& State, std::string Text) {
+RecordList Evaluate(TableState& State, std::string& Text) {
   RecordList Records;
   if (Text.front() == '\\') {
     ScanCondition(State, Text, Records);
@@ -72,7 +72,7 @@ void Filter(TableState& State, std::string_view Parameters) {
   RecordList Records;
   {
     AbsModeScope Abs(State);
-    Records = Evaluate(State, std::move(Text));
+    Records = Evaluate(State, Text);
   }
   State.FilterActive = true;
   State.FilterList.assign(1, 0);

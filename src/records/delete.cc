@@ -9,6 +9,7 @@
 #include "records/edit_values.h"
 #include "records/external_text.h"
 #include "records/images.h"
+#include "records/key_text.h"
 #include "records/record_codecs.h"
 #include "records/seek.h"
 #include "table/channel.h"
@@ -78,7 +79,13 @@ std::exception_ptr ReleaseOutsideValues(TableState& State, int32_t Record) {
 
 std::string GetRecordKeys(const TableState& State, int32_t Record) {
   std::string Keys;
-  for (int16_t K = 1; K <= State.KeyCount; ++K) Keys += "\\" + RecordKeyText(State, K, Record);
+  if (State.KeyCount < 1) return Keys;
+  // One read of the record serves every key.
+  const std::string Bytes = GetFullReg(State, Record, State.DataFileNo);
+  for (int16_t K = 1; K <= State.KeyCount; ++K) {
+    Keys += '\\';
+    Keys += KeyTextFromRecord(State, K, Bytes, false);
+  }
   return Keys;
 }
 

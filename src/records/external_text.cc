@@ -10,6 +10,7 @@
 #include "platform/file_pool.h"
 #include "platform/numbers.h"
 #include "records/record_codecs.h"
+#include "records/waiting_lock.h"
 
 namespace tqdb {
 namespace {
@@ -172,7 +173,7 @@ void PutExternalText(TableState& State, int32_t Record, int16_t Field, std::stri
     ExternalTextPlace Place;
     if (!Value.empty()) {
       LongTextFile File(State, platform::OpenMode::Binary);
-      platform::ScopedRangeLock WholeFile(File.Number(), 1, platform::kToEnd);
+      const WaitingRangeLock WholeFile(File.Number(), 1, platform::kToEnd);
       Place = Append(File.Number(), Value);
     }
     SetExternalTextPlace(State, Record, Field, Place);
@@ -186,7 +187,7 @@ void UpdateExternalText(TableState& State, int32_t Record, int16_t Field, std::s
     ExternalTextPlace Place;
     if (!Value.empty() || NamesText(Stored)) {
       LongTextFile File(State, platform::OpenMode::Binary);
-      platform::ScopedRangeLock WholeFile(File.Number(), 1, platform::kToEnd);
+      const WaitingRangeLock WholeFile(File.Number(), 1, platform::kToEnd);
       Place = Replace(File.Number(), Stored, Value);
     }
     SetExternalTextPlace(State, Record, Field, Place);

@@ -41,6 +41,14 @@ auto& Element(Vector& Array, int32_t Index) {
   throw Fault(kFieldNotFound, "Campo " + ShownName + " no existe");
 }
 
+// Whether a text can convert as a number under any locale: the conversion needs a digit,
+// or an "&H" / "&O" prefix after the leading blanks. Lets a field name skip the locale.
+bool MayBeNumber(std::string_view Text) {
+  const size_t First = Text.find_first_not_of(" \t");
+  if (First != std::string_view::npos && Text[First] == '&') return true;
+  return Text.find_first_of("0123456789") != std::string_view::npos;
+}
+
 // Whether a Variant counts as a number for the field lookup, and its value.
 bool NumericValue(const Variant& FieldN, double& Value) {
   switch (FieldN.Type()) {
@@ -53,6 +61,7 @@ bool NumericValue(const Variant& FieldN, double& Value) {
       Value = FieldN.ToDouble();
       return true;
     case VarType::String:
+      if (!MayBeNumber(FieldN.AsText())) return false;
       return platform::TryLocaleToDouble(platform::Utf8ToCp1252(FieldN.AsText()), Value);
     case VarType::Date:
       return false;
@@ -90,7 +99,9 @@ int16_t FieldNumber(const TableState& State, const Variant& FieldN) {
     if (!(Number >= 1 && Number <= State.NumFields)) FieldNotFound(FieldN.ToString());
     return platform::ToInt16(Number);
   }
-  const std::string Name = platform::UpperCase(platform::Utf8ToCp1252(FieldN.ToString()));
+  std::string Name = FieldN.Type() == VarType::String ? platform::Utf8ToCp1252(FieldN.AsText())
+                                                      : platform::Utf8ToCp1252(FieldN.ToString());
+  platform::UpperCaseInPlace(Name);
   for (int16_t Field = 1; Field <= State.NumFields; ++Field) {
     if (static_cast<size_t>(Field) < State.FieldNames.size() && State.FieldNames[Field] == Name) {
       return Field;

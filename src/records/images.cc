@@ -8,6 +8,7 @@
 #include "platform/fault.h"
 #include "platform/file_pool.h"
 #include "records/record_codecs.h"
+#include "records/waiting_lock.h"
 
 namespace tqdb {
 namespace {
@@ -103,7 +104,7 @@ void PutImageUntraced(TableState& State, int32_t Record, int16_t Field, std::str
   const FileNo File = ImageFile(State);
   int64_t Position = 0;
   {
-    platform::ScopedRangeLock WholeFile(File, 1, platform::kToEnd);
+    const WaitingRangeLock WholeFile(File, 1, platform::kToEnd);
     Position = platform::Length(File) + 1;
     if (Position + kImageHeaderSize - 1 + static_cast<int64_t>(Data.size()) >
         std::numeric_limits<int32_t>::max()) {

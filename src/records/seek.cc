@@ -93,10 +93,18 @@ std::string RecordKeyText(const TableState& State, int16_t Key, int32_t Record) 
   return KeyTextFromRecord(State, Key, GetFullReg(State, Record, State.DataFileNo), false);
 }
 
-std::string GetSpecialSeekKeys(const TableState& State) {
+std::string GetSpecialSeekKeys(const TableState& State, std::string& Bytes) {
+  Bytes.clear();
   if (State.EngineResult <= 0) return "";
+  CheckKey(State.Index);
+  Bytes = GetFullReg(State, State.EngineResult, State.DataFileNo);
   return std::to_string(State.Index) + "\\" + std::to_string(State.EngineResult) + "\\" +
-         FileNoText(State) + "\\" + RecordKeyText(State, State.Index, State.EngineResult);
+         FileNoText(State) + "\\" + KeyTextFromRecord(State, State.Index, Bytes, false);
+}
+
+std::string GetSpecialSeekKeys(const TableState& State) {
+  std::string Bytes;
+  return GetSpecialSeekKeys(State, Bytes);
 }
 
 std::string SeekValue(const TableState& State, int16_t Key, const Variant& KeyValues) {

@@ -28,6 +28,9 @@ std::string RecordKeyText(const TableState& State, int16_t Key, int32_t Record);
 // is no current record (EngineResult not above 0). It is the argument of the engine's A
 // and E commands, and the form PositionText keeps.
 std::string GetSpecialSeekKeys(const TableState& State);
+// The same, also handing back in Bytes the current record as it was read for it (empty
+// when there is no current record), for a caller that needs the record too.
+std::string GetSpecialSeekKeys(const TableState& State, std::string& Bytes);
 
 // The search value for KeyValues on key Key:
 // - an Array: element i fills segment i, padded with blanks or cut to the segment's

@@ -4,7 +4,9 @@
 
 #include <bit>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/codepage.h"
@@ -17,6 +19,7 @@
 #include "records/key_text.h"
 #include "records/record_codecs.h"
 #include "records/seek.h"
+#include "records/waiting_lock.h"
 #include "table/channel.h"
 
 namespace tqdb {
@@ -105,8 +108,9 @@ bool KeyUsesField(const TableState& State, int16_t Key, int16_t Field) {
 // PutIns: brings every key that field P.Field belongs to in step with its new value,
 // while the old value is still on disk ("R\" key "\" record "\" file "\" old "\" new).
 // A key whose text does not change is left alone.
-void PutIns(TableState& State, int32_t Record, const PlannedField& P) {
-  const std::string Disk = GetFullReg(State, Record, State.DataFileNo);
+// Disk is the record as just read by the caller, if it has it.
+void PutIns(TableState& State, int32_t Record, const PlannedField& P, std::string Disk = {}) {
+  if (Disk.empty()) Disk = GetFullReg(State, Record, State.DataFileNo);
   std::string Changed = Disk;
   const size_t Offset = static_cast<size_t>(State.FieldOffset.at(static_cast<size_t>(P.Field)));
   if (Offset + P.Bytes.size() > Changed.size()) throw platform::Fault(platform::kSubscript);
@@ -140,12 +144,13 @@ void UpdateEdit(TableState& State) {
   bool PositionSaved = false;
   for (const PlannedField& P : Plans) {
     if (P.InKey) {
+      std::string Disk;  // the record as read for the saved position: PutIns needs it too
       if (!PositionSaved) {
-        State.PositionText = GetSpecialSeekKeys(State);
+        State.PositionText = GetSpecialSeekKeys(State, Disk);
         State.ResumeFromSaved = !State.PositionText.empty();
         PositionSaved = true;
       }
-      PutIns(State, Record, P);
+      PutIns(State, Record, P, std::move(Disk));
       WriteField(State, Record, P);
     } else if (IsImageType(P.Type)) {
       UpdateImage(State, Record, P.Field, P.Outside);
@@ -169,6 +174,20 @@ void WithdrawKeys(TableState& State, int32_t Record, const std::string& Keys) no
   State.EngineResult = 0;
 }
 
+// The lock of a whole new record, held while its bytes are written. A delete in another
+// process gives its record's number back inside its D command but writes the deletion
+// mark only afterwards, holding the record's lock in between; a new record handed that
+// number waits for the mark, or the mark would land on it.
+class NewRecordLock {
+ public:
+  NewRecordLock(const TableState& State, int32_t Record)
+      : lock_(State.DataFileNo, FieldLockRange(State, Record, 0, 0).first,
+              FieldLockRange(State, Record, 0, 0).second) {}
+
+ private:
+  WaitingRangeLock lock_;
+};
+
 // InsertRecord and WriteNewRecord: the keys first, then the record in one write, then
 // its values kept outside the record.
 void UpdateAddNew(TableState& State) {
@@ -183,7 +202,8 @@ void UpdateAddNew(TableState& State) {
   }
   std::string Keys;  // GetJustKeys
   for (int16_t K = 1; K <= State.KeyCount && K <= kMaxKeys; ++K) {
-    Keys += "\\" + KeyTextFromRecord(State, K, Bytes, false);
+    Keys += '\\';
+    Keys += KeyTextFromRecord(State, K, Bytes, false);
   }
 
   SendCommand(State, "I\\" + std::to_string(State.DataFileNo) + Keys);
@@ -195,9 +215,12 @@ void UpdateAddNew(TableState& State) {
   const int32_t Record = State.Engine.LastAllocated;
   if (Record < 1) throw platform::Fault(platform::kBadRecordNumber);
   State.EngineResult = Record;
+  std::optional<NewRecordLock> Lock;
   try {
+    Lock.emplace(State, Record);
     platform::WriteAt(State.DataFileNo, RecordPosition(State, Record), Bytes);
   } catch (...) {
+    Lock.reset();
     WithdrawKeys(State, Record, Keys);
     throw;
   }

@@ -36,7 +36,7 @@ struct TableState {
   ~TableState();  // releases the file numbers taken by this table
 
   // Engine channel.
-  std::string ErrorText;
+  std::string ErrorText;  // UTF-8 description of the last fault inside the engine
   std::string EngineCommand;
   int32_t EngineResult = 0;  // current record number; 0 = none
   int16_t LastError = 0;

@@ -66,6 +66,24 @@ TEST(Val, ReadsTheLeadingNumber) {
   EXPECT_EQ(Val("1E999"), std::numeric_limits<double>::infinity());
 }
 
+// Engine commands carry their numbers as plain integers ended by a separator.
+TEST(Val, IntegersEndedByAnyOtherCharacterReadExactly) {
+  EXPECT_EQ(Val("123\\4\\X"), 123);
+  EXPECT_EQ(Val("-7/"), -7);
+  EXPECT_EQ(Val("+9"), 9);
+  EXPECT_EQ(Val("4-3"), 4);
+  EXPECT_EQ(Val("5\r"), 5);
+  EXPECT_TRUE(std::signbit(Val("-0\\")));
+  EXPECT_EQ(Val("999999999999999\\"), 999999999999999.0);
+  EXPECT_EQ(Val("12345678901234567"), 12345678901234567.0);  // more digits than 15
+  // A character that may continue the number leaves it to the whole rule.
+  EXPECT_EQ(Val("12E3\\"), 12000);
+  EXPECT_EQ(Val("12d"), 12);
+  EXPECT_EQ(Val("12.5\\1"), 12.5);
+  EXPECT_EQ(Val("7 5\\"), 75);
+  EXPECT_EQ(Val("1\t2"), 12);
+}
+
 const LocaleSeparators kSpanish{',', '.'};
 const LocaleSeparators kEnglish{'.', ','};
 

@@ -73,10 +73,14 @@ TEST_F(FieldAccessTest, FieldsAreNamedInAnyCaseOrNumbered) {
   EXPECT_EQ(FieldNumber(State, Variant(9)), 9);
   EXPECT_EQ(FieldNumber(State, Variant(2.0)), 2);
   EXPECT_EQ(FieldNumber(State, Variant("4")), 4);
+  EXPECT_EQ(FieldNumber(State, Variant(" 3 ")), 3);    // numeric text, blanks around it
+  EXPECT_EQ(FieldNumber(State, Variant("\t&H5")), 5);  // a hexadecimal number holds no digit
   for (const auto& [Asked, Text] : std::vector<std::pair<Variant, std::string>>{
            {Variant(0), "Campo 0 no existe"},
            {Variant(10), "Campo 10 no existe"},
            {Variant("apellido"), "Campo APELLIDO no existe"},
+           {Variant("campo2"), "Campo CAMPO2 no existe"},
+           {Variant("&HZ"), "Campo &HZ no existe"},
            {Variant("señas"), "Campo SEÑAS no existe"}}) {
     EXPECT_EQ(FaultOf([&] { FieldNumber(State, Asked); }), std::make_pair(50234, Text));
   }

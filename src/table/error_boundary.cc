@@ -1,0 +1,31 @@
+// Translation of internal faults into the public error type.
+#include "table/error_boundary.h"
+
+#include <exception>
+#include <new>
+#include <string>
+
+#include "platform/fault.h"
+#include "table/TQError.h"
+
+namespace tqdb {
+
+void RethrowAsTQError(const char* Source) {
+  const std::string Member = Source != nullptr ? Source : "";
+  try {
+    throw;
+  } catch (const TQError&) {
+    throw;
+  } catch (const platform::Fault& Fault) {
+    throw TQError(Fault.Number(), Fault.Description(),
+                  Fault.Source().empty() ? Member : Fault.Source());
+  } catch (const std::bad_alloc&) {
+    throw TQError(7, platform::FaultDescription(7), Member);  // "Memoria insuficiente"
+  } catch (...) {
+    // Another standard or foreign exception: a failure the library did not classify.
+    throw TQError(platform::kInvalidCall, platform::FaultDescription(platform::kInvalidCall),
+                  Member);
+  }
+}
+
+}  // namespace tqdb
