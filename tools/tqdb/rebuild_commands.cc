@@ -35,8 +35,9 @@ std::string Elapsed(double MinutesSeconds) {
 
 int RunRepair(const RepairOptions& Options, bool Full) {
   const char* Verb = Full ? "rebuild" : "reindex";
-  TQFile Object;
+  // The bar is declared first so that it outlives the table object whose handler uses it.
   ProgressBar Progress(Verb);
+  TQFile Object;
   // Opening may already build a missing or damaged key file; its progress shows too.
   Object.OnProgress([&Progress](int32_t Percentage) { Progress.Update(Percentage); });
   OpenTable(Object, Options.Table);
