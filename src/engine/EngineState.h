@@ -60,6 +60,9 @@ struct EngineState {
 
   // The record number InsertKeys allocated last; the record layer reads it after "I".
   int32_t LastAllocated = 0;
+  // Whether the last number allocated came off the deleted-record stack (a deleted
+  // record's place) rather than after the last record number.
+  bool LastAllocatedReused = false;
 
   // Length of the key file as last seen (the used part of the image in image mode); a
   // position beyond it makes the engine ask the file again before calling it damaged.
@@ -77,6 +80,11 @@ struct EngineState {
   // empty outside those commands (see engine::LockedPageScope).
   bool PageCacheOn = false;
   std::vector<std::pair<int64_t, NodeBuffer>> PageCache;
+  // Within such a command the header and the file's length are asked of the file once;
+  // after that Header and KeyFileLength, kept up to date by the command's own writes, are
+  // what the file holds.
+  bool HeaderKnown = false;
+  bool LengthKnown = false;
 
   // Raised with a percentage while a key file is built from a data file.
   std::function<void(int32_t)> Progress;

@@ -172,7 +172,9 @@ void ThrowDamaged(const EngineState& Engine) { throw KeyFileDamaged(Engine.KeyFi
 
 int64_t RefreshKeyFileLength(EngineState& Engine) {
   if (Engine.ImageMode) return Engine.ImageLastPage + kNodeSize - 1;
+  if (Engine.PageCacheOn && Engine.LengthKnown) return Engine.KeyFileLength;
   const int64_t Length = platform::Length(Engine.KeyFileNo);
+  Engine.LengthKnown = Engine.PageCacheOn;
   if (Length != Engine.KeyFileLength) {
     Engine.StackChainLength = -1;  // another user added pages
     Engine.KeyFileLength = Length;
@@ -181,7 +183,7 @@ int64_t RefreshKeyFileLength(EngineState& Engine) {
 }
 
 void ReadHeader(EngineState& Engine) {
-  if (Engine.ImageMode) return;
+  if (Engine.ImageMode || (Engine.PageCacheOn && Engine.HeaderKnown)) return;
   std::array<uint8_t, kHeaderSize> Bytes{};
   platform::ReadAt(Engine.KeyFileNo, 1, Bytes);
   const uint8_t KeysBefore = Engine.Header.KeyCount;
@@ -191,6 +193,7 @@ void ReadHeader(EngineState& Engine) {
       Header.DeletedCount < 0 || Header.DeletedHead < 0) {
     ThrowDamaged(Engine);
   }
+  Engine.HeaderKnown = Engine.PageCacheOn;
 }
 
 void WriteHeader(EngineState& Engine) {
@@ -198,6 +201,7 @@ void WriteHeader(EngineState& Engine) {
   std::array<uint8_t, kHeaderSize> Bytes{};
   EncodeHeader(Engine.Header, Bytes.data());
   WriteRaw(Engine, 1, Bytes);
+  Engine.HeaderKnown = Engine.PageCacheOn;
 }
 
 void CheckPagePosition(EngineState& Engine, int64_t Position) {
@@ -345,11 +349,15 @@ void CreateEmptyKeyFile(std::string_view Path, std::span<const int> KeyLengths) 
 
 LockedPageScope::LockedPageScope(EngineState& Engine) : engine_(Engine) {
   engine_.PageCache.clear();
+  engine_.HeaderKnown = false;
+  engine_.LengthKnown = false;
   engine_.PageCacheOn = true;
 }
 
 LockedPageScope::~LockedPageScope() {
   engine_.PageCacheOn = false;
+  engine_.HeaderKnown = false;
+  engine_.LengthKnown = false;
   engine_.PageCache.clear();
 }
 

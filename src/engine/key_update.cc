@@ -263,6 +263,9 @@ void DeleteKeys(EngineState& Engine, int32_t Record, std::span<const std::string
       return;
     }
   }
+  // The number goes back to the deleted-record stack once the keys are gone: a stack that
+  // cannot take it stops the command before anything is removed.
+  CheckReleasable(Engine);
   // Remove from the last key back: the cursor is still on the last key's entry.
   for (size_t Index = Values.size(); Index-- > 0;) {
     if (Index + 1 < Values.size() && !Locate(Index)) ThrowDamaged(Engine);

@@ -71,6 +71,7 @@ int32_t AllocateRecordNumber(EngineState& Engine) {
     }
     Record = Header.LastRecord + 1;
     Header.LastRecord = Record;
+    Engine.LastAllocatedReused = false;
   } else {
     const int32_t Element = Header.DeletedCount - 1;
     NodeBuffer& Page = Engine.Level[0];
@@ -79,6 +80,7 @@ int32_t AllocateRecordNumber(EngineState& Engine) {
     Record = LoadInt32(Slot);
     StoreInt32(Slot, 0);  // dead: it lies beyond the count; the page is not rewritten
     Header.DeletedCount = Element;
+    Engine.LastAllocatedReused = true;
   }
   WriteHeader(Engine);
   return Record;
@@ -126,6 +128,18 @@ void ReleaseRecordNumber(EngineState& Engine, int32_t Record) {
     const NodeBuffer Zeros{};
     WriteKeyNode(Engine, FreshPage, Zeros);
   }
+}
+
+void CheckReleasable(EngineState& Engine) {
+  ReadHeader(Engine);
+  const int32_t Element = Engine.Header.DeletedCount;
+  if (Element == std::numeric_limits<int32_t>::max()) ThrowDamaged(Engine);
+  if (Element == 0) {
+    if (Engine.Header.DeletedHead != 0) CheckPagePosition(Engine, Engine.Header.DeletedHead);
+    return;
+  }
+  NodeBuffer Page;
+  WalkToPage(Engine, Element, Page);
 }
 
 std::vector<int32_t> ListDeletedRecords(EngineState& Engine) {

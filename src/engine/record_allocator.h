@@ -26,6 +26,9 @@ inline constexpr int kLinkOffset = kNodeSize - 4;        // 1020
 int32_t AllocateRecordNumber(EngineState& Engine);
 // Pushes Record onto the stack, linking a fresh zero-filled page when a page fills up.
 void ReleaseRecordNumber(EngineState& Engine, int32_t Record);
+// Raises what ReleaseRecordNumber would raise for a damaged header, head or chain of stack
+// pages, but writes nothing: a caller checks with it before it changes anything else.
+void CheckReleasable(EngineState& Engine);
 // The stack from the oldest to the most recent element (for checks and tests; reads pages
 // into a buffer of its own).
 std::vector<int32_t> ListDeletedRecords(EngineState& Engine);

@@ -119,12 +119,27 @@ bool ValidKey(const EngineState& Engine, int Key) {
 }
 
 void CheckStack(EngineState& Engine, std::set<int64_t>& Seen, std::vector<std::string>& Problems) {
+  // The head page is kept when the stack empties: even then it must be a page of the file.
+  const int32_t Head = Engine.Header.DeletedHead;
+  if (Head != 0) {
+    try {
+      CheckPagePosition(Engine, Head);
+    } catch (const platform::Fault&) {
+      Problems.push_back("deleted-record stack: head " + std::to_string(Head) +
+                         " outside the file or off a page boundary");
+      return;
+    }
+  }
   std::vector<int32_t> Stack;
   try {
     Stack = ListDeletedRecords(Engine);
   } catch (const platform::Fault& Failure) {
     Problems.push_back("deleted-record stack: " + Failure.Description());
     return;
+  }
+  if (Stack.empty() && Head != 0 && !Seen.insert(Head).second) {
+    Problems.push_back("deleted-record stack: head page " + std::to_string(Head) +
+                       " is also used elsewhere");
   }
   for (int32_t Record : Stack) {
     if (Record < 1 || Record > Engine.Header.LastRecord) {

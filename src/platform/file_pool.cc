@@ -1,12 +1,16 @@
 // The process-wide file-number pool, positioned I/O and byte-range locks.
 //
-// The table of numbers is guarded by one mutex; the mutex is held only to look up or
-// change a slot, never during I/O, so threads working on different files do not wait
-// for each other. A number must not be closed by one thread while another uses it.
+// The table of numbers is guarded by one mutex; the mutex is held to look up or change a
+// slot and to copy bytes out of a slot's mapping, never during a system call's I/O, so
+// threads working on different files hardly wait for each other. A number must not be
+// closed by one thread while another uses it.
 #include "platform/file_pool.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,10 +31,21 @@ constexpr FileNo kFirstNumber = 1;
 constexpr FileNo kLastNumber = 511;
 constexpr off_t kPresenceOffset = off_t{1} << 62;
 
+// The smallest mapping made; a mapping reaches beyond the end of its file (those pages
+// are never touched) so that a growing file seldom needs a new one.
+constexpr int64_t kMinimumMapping = int64_t{64} << 20;
+
 struct Slot {
   bool Reserved = false;
   int Fd = -1;
   std::string Name;
+  // Reads may be served from a mapping (a file on a local file system).
+  bool Mappable = false;
+  const uint8_t* Map = nullptr;
+  size_t MapSize = 0;
+  // The length the file is known to have at least: as seen when opened or asked, as
+  // extended by this process's writes, as found by reads that went beyond it.
+  int64_t KnownLength = 0;
 };
 
 struct Pool {
@@ -43,18 +58,101 @@ Pool& ThePool() {
   return Instance;
 }
 
-std::atomic<uint64_t> ReadCount{0}, WriteCount{0}, LockCount{0}, OpenCount{0};
+std::atomic<uint64_t> ReadCount{0}, MappedReadCount{0}, WriteCount{0}, LockCount{0}, OpenCount{0},
+    OtherCount{0};
 
 bool InRange(FileNo Number) { return Number >= kFirstNumber && Number <= kLastNumber; }
 
+// The slot of an open Number, to be used under the pool's mutex; Fault 52 when none.
+Slot& OpenSlot(Pool& P, FileNo Number) {
+  if (!InRange(Number)) throw Fault(kBadFileNumber);
+  Slot& S = P.Slots[Number];
+  if (S.Fd < 0) throw Fault(kBadFileNumber);
+  return S;
+}
+
 // The descriptor open on Number; Fault 52 when none.
 int FdOf(FileNo Number) {
-  if (!InRange(Number)) throw Fault(kBadFileNumber);
   Pool& P = ThePool();
   std::lock_guard Lock(P.Mutex);
-  const int Fd = P.Slots[Number].Fd;
-  if (Fd < 0) throw Fault(kBadFileNumber);
-  return Fd;
+  return OpenSlot(P, Number).Fd;
+}
+
+// Whether the file system of Fd keeps one page cache for every process, so that a shared
+// mapping sees each write as soon as it is made. Network file systems do not promise it.
+bool IsLocalFileSystem(int Fd) {
+  struct statfs Info;
+  if (::fstatfs(Fd, &Info) != 0) return false;
+  switch (static_cast<uint64_t>(Info.f_type)) {
+    case EXT4_SUPER_MAGIC:  // also ext2 and ext3
+    case XFS_SUPER_MAGIC:
+    case BTRFS_SUPER_MAGIC:
+    case TMPFS_MAGIC:
+    case F2FS_SUPER_MAGIC:
+    case OVERLAYFS_SUPER_MAGIC:
+      return true;
+    default:
+      return false;
+  }
+}
+
+void Unmap(Slot& S) {
+  if (S.Map != nullptr) {
+    ++OtherCount;
+    ::munmap(const_cast<uint8_t*>(S.Map), S.MapSize);
+  }
+  S.Map = nullptr;
+  S.MapSize = 0;
+}
+
+// Maps the file of S far enough to cover its known length. A failed mapping turns the
+// slot over to pread for good.
+bool CoverKnownLength(Slot& S) {
+  if (S.Map != nullptr && static_cast<int64_t>(S.MapSize) >= S.KnownLength) return true;
+  Unmap(S);
+  const int64_t Size = std::max(kMinimumMapping, S.KnownLength * 2);
+  ++OtherCount;
+  void* Map = ::mmap(nullptr, static_cast<size_t>(Size), PROT_READ, MAP_SHARED, S.Fd, 0);
+  if (Map == MAP_FAILED) {
+    S.Mappable = false;
+    return false;
+  }
+  S.Map = static_cast<const uint8_t*>(Map);
+  S.MapSize = static_cast<size_t>(Size);
+  return true;
+}
+
+// Copies Out.size() bytes at Offset out of the mapping of S when the file is known to
+// hold all of them; false when they must be read with pread.
+bool CopyFromMapping(Slot& S, off_t Offset, std::span<uint8_t> Out) {
+  if (!S.Mappable || Offset > S.KnownLength - static_cast<int64_t>(Out.size())) return false;
+  if (Out.empty()) return true;
+  if (!CoverKnownLength(S)) return false;
+  std::memcpy(Out.data(), S.Map + Offset, Out.size());
+  return true;
+}
+
+// Notes what a pread of Asked bytes at Offset that got Got of them says of the length of
+// the file, if Number still holds the same descriptor.
+void NoteReadLength(FileNo Number, int Fd, off_t Offset, size_t Asked, size_t Got) {
+  Pool& P = ThePool();
+  std::lock_guard Lock(P.Mutex);
+  Slot& S = P.Slots[Number];
+  if (S.Fd != Fd) return;
+  const int64_t End = Offset + static_cast<int64_t>(Got);
+  if (Got == Asked) {
+    S.KnownLength = std::max(S.KnownLength, End);
+  } else {
+    S.KnownLength = Got > 0 ? End : std::min(S.KnownLength, End);  // the file ends there
+  }
+}
+
+void NoteLength(FileNo Number, int Fd, int64_t Length, bool AtLeast) {
+  Pool& P = ThePool();
+  std::lock_guard Lock(P.Mutex);
+  Slot& S = P.Slots[Number];
+  if (S.Fd != Fd) return;
+  S.KnownLength = AtLeast ? std::max(S.KnownLength, Length) : Length;
 }
 
 // The 0-based offset of a 1-based Position for an access of Count bytes; Fault 63 when
@@ -80,7 +178,8 @@ int OpenFlags(OpenMode Mode) {
   return O_RDWR | O_CREAT;
 }
 
-int OpenDescriptor(const std::string& Path, OpenMode Mode) {
+// Opens Path; Length receives the file's length.
+int OpenDescriptor(const std::string& Path, OpenMode Mode, int64_t& Length) {
   int Fd;
   do {
     Fd = ::open(Path.c_str(), OpenFlags(Mode) | O_CLOEXEC, 0666);
@@ -96,10 +195,12 @@ int OpenDescriptor(const std::string& Path, OpenMode Mode) {
     throw Fault(FaultNumberFromErrno(Error));
   }
   struct stat Info;
-  if (::fstat(Fd, &Info) == 0 && S_ISDIR(Info.st_mode)) {
+  const bool Known = ::fstat(Fd, &Info) == 0;
+  if (Known && S_ISDIR(Info.st_mode)) {
     ::close(Fd);
     throw Fault(kPathFileAccess);
   }
+  Length = Known ? Info.st_size : 0;
   return Fd;
 }
 
@@ -153,15 +254,20 @@ void ReleaseNumber(FileNo Number) {
 void Open(FileNo Number, std::string_view Name, OpenMode Mode) {
   if (!InRange(Number)) throw Fault(kBadFileNumber);
   Close(Number);
-  const int Fd = OpenDescriptor(ResolvePath(Name), Mode);
+  int64_t Length = 0;
+  const int Fd = OpenDescriptor(ResolvePath(Name), Mode, Length);
+  const bool Mappable = IsLocalFileSystem(Fd);
   ++OpenCount;
   Pool& P = ThePool();
   std::lock_guard Lock(P.Mutex);
   Slot& S = P.Slots[Number];
+  Unmap(S);
   if (S.Fd >= 0) ::close(S.Fd);  // opened meanwhile by another thread: last one wins
   S.Reserved = true;
   S.Fd = Fd;
   S.Name = std::string(Name);
+  S.Mappable = Mappable;
+  S.KnownLength = Length;
 }
 
 void Close(FileNo Number) {
@@ -171,11 +277,15 @@ void Close(FileNo Number) {
     Pool& P = ThePool();
     std::lock_guard Lock(P.Mutex);
     Slot& S = P.Slots[Number];
+    Unmap(S);
     Fd = S.Fd;
     S.Fd = -1;
     S.Name.clear();
   }
-  if (Fd >= 0) ::close(Fd);
+  if (Fd >= 0) {
+    ++OtherCount;
+    ::close(Fd);
+  }
 }
 
 bool IsOpen(FileNo Number) {
@@ -196,16 +306,30 @@ std::string OpenName(FileNo Number) {
 
 int64_t Length(FileNo Number) {
   struct stat Info;
-  if (::fstat(FdOf(Number), &Info) != 0) throw Fault(FaultNumberFromErrno(errno));
+  const int Fd = FdOf(Number);
+  ++OtherCount;
+  if (::fstat(Fd, &Info) != 0) throw Fault(FaultNumberFromErrno(errno));
+  NoteLength(Number, Fd, Info.st_size, false);
   return Info.st_size;
 }
 
 void ReadAt(FileNo Number, int64_t Position, std::span<uint8_t> Out) {
-  const int Fd = FdOf(Number);
-  off_t Offset = OffsetOf(Position, Out.size());
+  const off_t Start = OffsetOf(Position, Out.size());
+  int Fd;
+  {
+    Pool& P = ThePool();
+    std::lock_guard Lock(P.Mutex);
+    Slot& S = OpenSlot(P, Number);
+    ++ReadCount;
+    if (CopyFromMapping(S, Start, Out)) {
+      ++MappedReadCount;
+      return;
+    }
+    Fd = S.Fd;
+  }
+  off_t Offset = Start;
   size_t Done = 0;
   while (Done < Out.size()) {
-    ++ReadCount;
     const ssize_t Got = ::pread(Fd, Out.data() + Done, Out.size() - Done, Offset);
     if (Got < 0) {
       if (errno == EINTR) continue;
@@ -216,6 +340,7 @@ void ReadAt(FileNo Number, int64_t Position, std::span<uint8_t> Out) {
     Offset += Got;
   }
   std::fill(Out.begin() + static_cast<std::ptrdiff_t>(Done), Out.end(), uint8_t{0});
+  NoteReadLength(Number, Fd, Start, Out.size(), Done);
 }
 
 std::string ReadAt(FileNo Number, int64_t Position, int64_t Count) {
@@ -241,6 +366,7 @@ void WriteAt(FileNo Number, int64_t Position, std::span<const uint8_t> Bytes) {
     Done += static_cast<size_t>(Put);
     Offset += Put;
   }
+  NoteLength(Number, Fd, Offset, true);
 }
 
 void WriteAt(FileNo Number, int64_t Position, std::string_view Bytes) {
@@ -252,14 +378,18 @@ void Truncate(FileNo Number, int64_t NewLength) {
   const int Fd = FdOf(Number);
   if (NewLength < 0) throw Fault(kInvalidCall);
   int Result;
+  ++OtherCount;
   do {
     Result = ::ftruncate(Fd, static_cast<off_t>(NewLength));
   } while (Result != 0 && errno == EINTR);
   if (Result != 0) throw Fault(errno == EINVAL ? kPathFileAccess : FaultNumberFromErrno(errno));
+  NoteLength(Number, Fd, NewLength, false);
 }
 
 void Sync(FileNo Number) {
-  if (::fdatasync(FdOf(Number)) != 0) throw Fault(FaultNumberFromErrno(errno));
+  const int Fd = FdOf(Number);
+  ++OtherCount;
+  if (::fdatasync(Fd) != 0) throw Fault(FaultNumberFromErrno(errno));
 }
 
 void LockRange(FileNo Number, int64_t First, int64_t Last, bool Exclusive) {
@@ -302,17 +432,21 @@ void DropPresence(FileNo Number) {
 IoCounters GetIoCounters() {
   IoCounters C;
   C.Reads = ReadCount.load();
+  C.MappedReads = MappedReadCount.load();
   C.Writes = WriteCount.load();
   C.Locks = LockCount.load();
   C.Opens = OpenCount.load();
+  C.Other = OtherCount.load();
   return C;
 }
 
 void ResetIoCounters() {
   ReadCount = 0;
+  MappedReadCount = 0;
   WriteCount = 0;
   LockCount = 0;
   OpenCount = 0;
+  OtherCount = 0;
 }
 
 ScopedRangeLock::ScopedRangeLock(FileNo Number, int64_t First, int64_t Last, bool Exclusive)

@@ -3,8 +3,17 @@
 // A number is taken with TakeFreeNumber and stays reserved for its taker until
 // ReleaseNumber, across any number of Open/Close cycles. The pool is guarded by a mutex
 // and may be used from several threads. Closing a number that is not open is harmless.
-// Reads and writes are positioned (pread/pwrite) at 1-based byte positions; a read past
-// the end returns what is there, zero-filled to the length asked.
+// Reads and writes are positioned at 1-based byte positions; a read past the end returns
+// what is there, zero-filled to the length asked. Writes are pwrite calls. On a local file
+// system a read of bytes the file is known to hold is copied out of a read-only shared
+// mapping of the file instead of a pread: the page cache is the same, so it sees every
+// write of every process just as pread does, without a system call. Bytes beyond the
+// length last seen (another process may have added them) are read with pread, which also
+// tells the new length. On network file systems every read is a pread.
+//
+// A file must not be shortened by another process while a number holds it open (within
+// the library only Rebuild, ReIndex and KillDB replace files, and only with the table to
+// themselves).
 //
 // Every failure raises a Fault: 52 for a number that is not open or out of range,
 // 53 for a missing file opened read-only, 61 for a full disk, 70 for a lock held
@@ -76,9 +85,13 @@ void HoldPresence(FileNo Number);  // shared lock on the presence byte
 bool TryExclusivePresence(FileNo Number);
 void DropPresence(FileNo Number);
 
-// Counters of system calls made through the pool, for benchmarks and tests.
+// Counters of the pool's work, for benchmarks and tests. Reads counts every positioned
+// read asked for; MappedReads those of them served from the mapping, without a system
+// call. Writes, Locks and Opens count system calls; Other counts the rest of them:
+// lengths asked (fstat), mappings, truncations, syncs and closes.
 struct IoCounters {
-  uint64_t Reads = 0, Writes = 0, Locks = 0, Opens = 0;
+  uint64_t Reads = 0, MappedReads = 0, Writes = 0, Locks = 0, Opens = 0, Other = 0;
+  uint64_t SystemCalls() const { return Reads - MappedReads + Writes + Locks + Opens + Other; }
 };
 IoCounters GetIoCounters();
 void ResetIoCounters();

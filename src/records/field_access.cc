@@ -49,6 +49,25 @@ bool MayBeNumber(std::string_view Text) {
   return Text.find_first_of("0123456789") != std::string_view::npos;
 }
 
+// The first field whose name equals Name upper-cased, for a Name of plain ASCII (the same
+// bytes in UTF-8 and in Windows-1252), compared without building the converted name; 0
+// when there is none or Name is not plain ASCII (the general lookup decides then).
+int16_t AsciiNameMatch(const TableState& State, std::string_view Name) {
+  for (const char C : Name) {
+    if (static_cast<unsigned char>(C) >= 0x80) return 0;
+  }
+  const auto Upper = [](char C) { return C >= 'a' && C <= 'z' ? static_cast<char>(C - 32) : C; };
+  for (int16_t Field = 1; Field <= State.NumFields; ++Field) {
+    if (static_cast<size_t>(Field) >= State.FieldNames.size()) break;
+    const std::string& Known = State.FieldNames[static_cast<size_t>(Field)];
+    if (Known.size() != Name.size()) continue;
+    size_t I = 0;
+    while (I < Name.size() && Upper(Name[I]) == Known[I]) ++I;
+    if (I == Name.size()) return Field;
+  }
+  return 0;
+}
+
 // Whether a Variant counts as a number for the field lookup, and its value.
 bool NumericValue(const Variant& FieldN, double& Value) {
   switch (FieldN.Type()) {
@@ -98,6 +117,10 @@ int16_t FieldNumber(const TableState& State, const Variant& FieldN) {
   if (NumericValue(FieldN, Number)) {
     if (!(Number >= 1 && Number <= State.NumFields)) FieldNotFound(FieldN.ToString());
     return platform::ToInt16(Number);
+  }
+  if (FieldN.Type() == VarType::String) {
+    const int16_t Field = AsciiNameMatch(State, FieldN.AsText());
+    if (Field != 0) return Field;
   }
   std::string Name = FieldN.Type() == VarType::String ? platform::Utf8ToCp1252(FieldN.AsText())
                                                       : platform::Utf8ToCp1252(FieldN.ToString());

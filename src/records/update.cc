@@ -177,7 +177,9 @@ void WithdrawKeys(TableState& State, int32_t Record, const std::string& Keys) no
 // The lock of a whole new record, held while its bytes are written. A delete in another
 // process gives its record's number back inside its D command but writes the deletion
 // mark only afterwards, holding the record's lock in between; a new record handed that
-// number waits for the mark, or the mark would land on it.
+// number waits for the mark, or the mark would land on it. A number taken after the last
+// record number was never given back by anybody, so nobody can be marking it: such a
+// record is written without the lock.
 class NewRecordLock {
  public:
   NewRecordLock(const TableState& State, int32_t Record)
@@ -217,7 +219,7 @@ void UpdateAddNew(TableState& State) {
   State.EngineResult = Record;
   std::optional<NewRecordLock> Lock;
   try {
-    Lock.emplace(State, Record);
+    if (State.Engine.LastAllocatedReused) Lock.emplace(State, Record);
     platform::WriteAt(State.DataFileNo, RecordPosition(State, Record), Bytes);
   } catch (...) {
     Lock.reset();

@@ -8,6 +8,8 @@
 namespace tqdb::platform {
 namespace {
 
+using namespace std::string_literals;
+
 int FaultOf(auto&& Action) {
   try {
     Action();
@@ -66,13 +68,42 @@ TEST_F(FilePoolTest, PositionedIoIsOneBasedZeroFillsAndIsCounted) {
   EXPECT_EQ(C.Opens, 1u);
   EXPECT_EQ(C.Writes, 2u);
   EXPECT_EQ(C.Reads, 1u);
+  EXPECT_EQ(C.MappedReads, 1u);  // the bytes were known to be there
   EXPECT_EQ(C.Locks, 1u);
+  EXPECT_EQ(C.Other, 2u);  // the length asked and the mapping made
   EXPECT_EQ(ReadAt(N, 5, 8), std::string("O\0\0\0\0\0XY", 8));
   EXPECT_EQ(ReadAt(N, 11, 5), std::string("XY\0\0\0", 5));
   EXPECT_EQ(ReadAt(N, 100, 2), std::string(2, '\0'));
   EXPECT_EQ(OpenName(N), Dir.File("data.tqd"));
   Truncate(N, 3);
   EXPECT_EQ(ReadAt(N, 1, 5), std::string("HEL\0\0", 5));
+  Sync(N);
+  Close(N);
+  // and the truncation, the sync, the unmapping and the close
+  EXPECT_EQ(GetIoCounters().Other, 6u);
+}
+
+// Two numbers on one file stand for two processes: each sees what the other wrote, inside
+// the length it knew and beyond it, and a file shortened by its own holder reads as zeros
+// past the new end rather than faulting.
+TEST_F(FilePoolTest, ReadsSeeEveryWriterWhetherMappedOrNot) {
+  Number Reader, Writer;
+  Open(Writer, Dir.File("shared.tqd"));
+  WriteAt(Writer, 1, std::string(4096, 'a'));
+  Open(Reader, Dir.File("shared.tqd"));
+  EXPECT_EQ(ReadAt(Reader, 4000, 3), "aaa");
+  WriteAt(Writer, 4000, std::string_view("XYZ"));
+  WriteAt(Writer, 9000, std::string_view("END"));
+  ResetIoCounters();
+  EXPECT_EQ(ReadAt(Reader, 3999, 5), "aXYZa");     // inside the known length: mapped
+  EXPECT_EQ(ReadAt(Reader, 8999, 5), "\0END\0"s);  // beyond it: read, and now known
+  EXPECT_EQ(ReadAt(Reader, 9000, 3), "END");
+  IoCounters C = GetIoCounters();
+  EXPECT_EQ(C.Reads, 3u);
+  EXPECT_EQ(C.MappedReads, 2u);
+  Truncate(Reader, 100);
+  EXPECT_EQ(ReadAt(Reader, 98, 4), "aaa\0"s);
+  EXPECT_EQ(ReadAt(Reader, 4000, 3), std::string(3, '\0'));
 }
 
 TEST_F(FilePoolTest, ReportsFaultsByNumber) {

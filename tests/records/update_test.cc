@@ -12,6 +12,7 @@
 
 #include "engine/tree_checker.h"
 #include "platform/fault.h"
+#include "platform/file_pool.h"
 #include "platform/numbers.h"
 #include "records/edit_values.h"
 #include "support/child_process.h"
@@ -189,6 +190,28 @@ TEST_F(UpdateTest, AddNewWritesTheWholeRecordWithZeroForWhatWasNotPut) {
   EXPECT_EQ(T.Fields("FECHA").ToString(), "31/12/99");
   EXPECT_EQ(SeekOn(1, "ECHO"), 4);
   EXPECT_EQ(SeekOn(3, std::vector<Variant>{12}), 4);
+}
+
+// A new record in a deleted record's place waits for that record's lock (its deleter may
+// still be writing the mark); a record after the last one was never anybody's, and is
+// written without taking its lock. Counted in the platform layer's lock calls.
+TEST_F(UpdateTest, OnlyANewRecordInADeletedRecordsPlaceTakesTheRecordLock) {
+  const auto LocksOfOneAddNew = [this](const char* Code) {
+    const uint64_t Before = platform::GetIoCounters().Locks;
+    T.AddNew();
+    T.SetFields("CODE", Code);
+    T.SetFields("NAME", "NUEVO");
+    T.Update();
+    return platform::GetIoCounters().Locks - Before;
+  };
+  const uint64_t Fresh = LocksOfOneAddNew("0010");
+  EXPECT_EQ(T.BookMark(), 4);
+  T.Delete(2);
+  const uint64_t Reused = LocksOfOneAddNew("0011");
+  EXPECT_EQ(T.BookMark(), 2);
+  EXPECT_EQ(Reused, Fresh + 2);  // lock and unlock of record 2
+  EXPECT_EQ(Field(2, "CODE").ToString(), "0011");
+  EXPECT_EQ(SeekOn(2, "0011"), 2);
 }
 
 // Closes the key file under the table, so that the engine refuses the next insert.
