@@ -7,6 +7,7 @@
 #include "platform/fault.h"
 #include "platform/file_pool.h"
 #include "platform/paths.h"
+#include "platform/scoped_file_number.h"
 #include "records/external_text.h"
 #include "records/images.h"
 #include "records/record_codecs.h"
@@ -16,31 +17,6 @@ namespace {
 
 constexpr int16_t kImageType = 62;
 constexpr int16_t kLongTextTypes[] = {74, 75};
-
-// The work file, open on a number of its own for the life of the object.
-class WorkFile {
- public:
-  explicit WorkFile(const std::string& Path) : number_(platform::TakeFreeNumber()) {
-    try {
-      platform::Open(number_, Path, platform::OpenMode::Truncate);
-    } catch (...) {
-      platform::ReleaseNumber(number_);
-      throw;
-    }
-  }
-  ~WorkFile() {
-    try {
-      platform::ReleaseNumber(number_);
-    } catch (...) {
-    }
-  }
-  WorkFile(const WorkFile&) = delete;
-  WorkFile& operator=(const WorkFile&) = delete;
-  platform::FileNo get() const { return number_; }
-
- private:
-  platform::FileNo number_;
-};
 
 // Makes Number the table's image file for the life of the object, so that the image
 // routines write into it; the old number comes back on every way out.
@@ -83,7 +59,7 @@ std::vector<int16_t> LongTextFields(const TableState& State) {
 
 void CompactImages(TableState& Work, int32_t Records, const std::string& WorkPath) {
   const std::vector<int16_t> Fields = ImageFields(Work);
-  WorkFile Out(WorkPath);
+  const platform::ScopedFileNumber Out(WorkPath, platform::OpenMode::Truncate);
   bool First = true;
   for (int32_t Record = 1; Record <= Records; ++Record) {
     for (int16_t Field : Fields) {
@@ -106,7 +82,7 @@ void CompactImages(TableState& Work, int32_t Records, const std::string& WorkPat
 void CompactLongTexts(TableState& Work, int32_t Records, const std::string& WorkPath) {
   const std::vector<int16_t> Fields = LongTextFields(Work);
   const bool OldFileExists = platform::FileExists(ExternalTextPath(Work));
-  WorkFile Out(WorkPath);
+  const platform::ScopedFileNumber Out(WorkPath, platform::OpenMode::Truncate);
   int64_t End = 0;
   for (int32_t Record = 1; Record <= Records; ++Record) {
     for (int16_t Field : Fields) {

@@ -16,6 +16,7 @@
 #include "platform/file_pool.h"
 #include "platform/messages.h"
 #include "platform/paths.h"
+#include "platform/scoped_file_number.h"
 
 namespace tqdb {
 namespace {
@@ -23,24 +24,6 @@ namespace {
 using platform::Fault;
 
 constexpr const char* kCrashVariable = "TQDB_REBUILD_CRASH_AT";
-
-// A file number of this module's own, freed on every way out.
-class OwnFile {
- public:
-  OwnFile() : number_(platform::TakeFreeNumber()) {}
-  ~OwnFile() {
-    try {
-      platform::ReleaseNumber(number_);
-    } catch (...) {
-    }
-  }
-  OwnFile(const OwnFile&) = delete;
-  OwnFile& operator=(const OwnFile&) = delete;
-  platform::FileNo get() const { return number_; }
-
- private:
-  platform::FileNo number_;
-};
 
 void DeleteIfPresent(const std::string& Path) {
   try {
@@ -62,15 +45,13 @@ void SyncDirectory(const std::string& AnyFileInIt) {
 }
 
 std::string ReadMark(const RebuildFiles& Files) {
-  OwnFile Mark;
-  platform::Open(Mark.get(), Files.Mark(), platform::OpenMode::ReadOnly);
+  const platform::ScopedFileNumber Mark(Files.Mark(), platform::OpenMode::ReadOnly);
   return platform::ReadAt(Mark.get(), 1, platform::Length(Mark.get()));
 }
 
 void WriteMark(const RebuildFiles& Files) {
   {
-    OwnFile Mark;
-    platform::Open(Mark.get(), Files.Mark(), platform::OpenMode::Truncate);
+    const platform::ScopedFileNumber Mark(Files.Mark(), platform::OpenMode::Truncate);
     platform::WriteAt(Mark.get(), 1, Files.Suffix);
     platform::Sync(Mark.get());
   }
@@ -175,8 +156,7 @@ void ArchiveCopy(std::string_view Path) {
 }
 
 void SyncFile(std::string_view Path) {
-  OwnFile File;
-  platform::Open(File.get(), Path, platform::OpenMode::ReadOnly);
+  const platform::ScopedFileNumber File(Path, platform::OpenMode::ReadOnly);
   platform::Sync(File.get());
 }
 

@@ -9,7 +9,9 @@
 #include "platform/fault.h"
 #include "platform/file_pool.h"
 #include "platform/numbers.h"
+#include "platform/scoped_file_number.h"
 #include "records/record_codecs.h"
+#include "records/side_files.h"
 #include "records/waiting_lock.h"
 
 namespace tqdb {
@@ -17,46 +19,6 @@ namespace {
 
 using platform::Fault;
 using platform::FileNo;
-
-constexpr int64_t kZeroChunk = 1 << 16;
-
-template <typename F>
-decltype(auto) Traced(const char* Source, F&& Work) {
-  try {
-    return Work();
-  } catch (Fault& Failure) {
-    if (Failure.Source().empty()) Failure.SetSource(Source);
-    throw;
-  }
-}
-
-// The long-text file, open on a number of its own for the lifetime of the object.
-class LongTextFile {
- public:
-  LongTextFile(const TableState& State, platform::OpenMode Mode)
-      : number_(platform::TakeFreeNumber()) {
-    try {
-      platform::Open(number_, ExternalTextPath(State), Mode);
-    } catch (...) {
-      platform::ReleaseNumber(number_);
-      throw;
-    }
-  }
-  ~LongTextFile() {
-    try {
-      platform::ReleaseNumber(number_);
-    } catch (...) {
-      // A failed close has nobody to tell; the number is given back either way.
-    }
-  }
-  LongTextFile(const LongTextFile&) = delete;
-  LongTextFile& operator=(const LongTextFile&) = delete;
-
-  FileNo Number() const { return number_; }
-
- private:
-  FileNo number_;
-};
 
 // Fault 5 unless the field can hold a place.
 void CheckWidth(const TableState& State, int16_t Field) {
@@ -87,16 +49,6 @@ CheckedPlace Check(ExternalTextPlace Place, int64_t FileLength) {
 }
 
 bool NamesText(ExternalTextPlace Place) { return Place.Position >= 1 && Place.Length >= 1; }
-
-void WriteZeros(FileNo File, int64_t Position, int64_t Count) {
-  const std::string Zeros(static_cast<size_t>(std::min(Count, kZeroChunk)), '\0');
-  while (Count > 0) {
-    const int64_t Part = std::min(Count, kZeroChunk);
-    platform::WriteAt(File, Position, std::string_view(Zeros).substr(0, Part));
-    Position += Part;
-    Count -= Part;
-  }
-}
 
 void CheckValueLength(std::string_view Value) {
   if (Value.size() > static_cast<size_t>(kMaxExternalText)) {
@@ -159,10 +111,10 @@ std::string GetExternalText(const TableState& State, int32_t Record, int16_t Fie
   return Traced("GetExternalText", [&] {
     const ExternalTextPlace Stored = GetExternalTextPlace(State, Record, Field);
     if (!NamesText(Stored)) return std::string();
-    LongTextFile File(State, platform::OpenMode::ReadOnly);
-    const CheckedPlace Place = Check(Stored, platform::Length(File.Number()));
+    const platform::ScopedFileNumber File(ExternalTextPath(State), platform::OpenMode::ReadOnly);
+    const CheckedPlace Place = Check(Stored, platform::Length(File.get()));
     if (!Place.Usable) return std::string();
-    return platform::ReadAt(File.Number(), Place.Position, Place.Length);
+    return platform::ReadAt(File.get(), Place.Position, Place.Length);
   });
 }
 
@@ -172,9 +124,9 @@ void PutExternalText(TableState& State, int32_t Record, int16_t Field, std::stri
     CheckValueLength(Value);
     ExternalTextPlace Place;
     if (!Value.empty()) {
-      LongTextFile File(State, platform::OpenMode::Binary);
-      const WaitingRangeLock WholeFile(File.Number(), 1, platform::kToEnd);
-      Place = Append(File.Number(), Value);
+      const platform::ScopedFileNumber File(ExternalTextPath(State), platform::OpenMode::Binary);
+      const WaitingRangeLock WholeFile(File.get(), 1, platform::kToEnd);
+      Place = Append(File.get(), Value);
     }
     SetExternalTextPlace(State, Record, Field, Place);
   });
@@ -186,9 +138,9 @@ void UpdateExternalText(TableState& State, int32_t Record, int16_t Field, std::s
     const ExternalTextPlace Stored = GetExternalTextPlace(State, Record, Field);
     ExternalTextPlace Place;
     if (!Value.empty() || NamesText(Stored)) {
-      LongTextFile File(State, platform::OpenMode::Binary);
-      const WaitingRangeLock WholeFile(File.Number(), 1, platform::kToEnd);
-      Place = Replace(File.Number(), Stored, Value);
+      const platform::ScopedFileNumber File(ExternalTextPath(State), platform::OpenMode::Binary);
+      const WaitingRangeLock WholeFile(File.get(), 1, platform::kToEnd);
+      Place = Replace(File.get(), Stored, Value);
     }
     SetExternalTextPlace(State, Record, Field, Place);
   });

@@ -8,6 +8,7 @@
 #include "platform/fault.h"
 #include "platform/file_pool.h"
 #include "records/record_codecs.h"
+#include "records/side_files.h"
 #include "records/waiting_lock.h"
 
 namespace tqdb {
@@ -17,19 +18,6 @@ using platform::Fault;
 using platform::FileNo;
 
 constexpr uint8_t kLiveStatus = 255;
-constexpr int64_t kZeroChunk = 1 << 16;
-
-// Runs Work; a Fault leaving it names Source as the routine that failed, unless an inner
-// routine named itself already.
-template <typename F>
-decltype(auto) Traced(const char* Source, F&& Work) {
-  try {
-    return Work();
-  } catch (Fault& Failure) {
-    if (Failure.Source().empty()) Failure.SetSource(Source);
-    throw;
-  }
-}
 
 // The image file's number; Fault 52 when the table holds none.
 FileNo ImageFile(const TableState& State) {
@@ -59,17 +47,6 @@ std::string LiveEntry(int32_t Record, std::string_view Data) {
   Entry.push_back(static_cast<char>(kLiveStatus));
   Entry.append(Data);
   return Entry;
-}
-
-// Writes Count zero bytes at Position, a bounded chunk at a time.
-void WriteZeros(FileNo File, int64_t Position, int64_t Count) {
-  const std::string Zeros(static_cast<size_t>(std::min(Count, kZeroChunk)), '\0');
-  while (Count > 0) {
-    const int64_t Part = std::min(Count, kZeroChunk);
-    platform::WriteAt(File, Position, std::string_view(Zeros).substr(0, Part));
-    Position += Part;
-    Count -= Part;
-  }
 }
 
 // An entry as found at a position read from a record, checked against the file.

@@ -22,7 +22,7 @@
 #include "records/seek.h"
 #include "records/update.h"
 #include "table/TableState.h"
-#include "table/engine_channel.h"
+#include "table/channel.h"
 #include "table/error_boundary.h"
 #include "table/open_table.h"
 
@@ -235,8 +235,8 @@ void TQFile::SetEngineCommand(const std::string& Command) {
 // A failed command that the dispatcher could not classify (status 105) reaches the caller
 // as error 55000 with the fault's description (ErrorText, UTF-8) and no source.
 void TQFile::ExecuteCommand() {
-  Guard("ExecuteCommand", [&] { channel::Dispatch(*state_); });
-  if (state_->LastError == channel::kStatusEngineFault) {
+  Guard("ExecuteCommand", [&] { DispatchCommand(*state_); });
+  if (state_->LastError == kStatusEngineFault) {
     throw TQError(platform::kEngineFault, state_->ErrorText, "");
   }
 }

@@ -1,15 +1,28 @@
+// The table's side of the engine command channel (see channel.h).
 #include "table/channel.h"
 
 #include <utility>
 
-#include "table/engine_channel.h"
+#include "engine/dispatcher.h"
+#include "platform/fault.h"
 
 namespace tqdb {
 
-void ExecuteCommand(TableState& State) { channel::Execute(State); }
+void DispatchCommand(TableState& State) {
+  fabs_emulate(State.Engine, State.EngineCommand, State.EngineResult, State.LastError,
+               State.ErrorText);
+}
+
+void ExecuteCommand(TableState& State) {
+  DispatchCommand(State);
+  if (State.LastError == kStatusEngineFault) {
+    throw platform::Fault(platform::kEngineFault, State.ErrorText);
+  }
+}
 
 void SendCommand(TableState& State, std::string Command) {
-  channel::Send(State, std::move(Command));
+  State.EngineCommand = std::move(Command);
+  ExecuteCommand(State);
 }
 
 }  // namespace tqdb

@@ -8,6 +8,7 @@
 #include "platform/fault.h"
 #include "platform/file_pool.h"
 #include "platform/messages.h"
+#include "platform/scoped_file_number.h"
 #include "platform/settings.h"
 
 namespace tqdb {
@@ -130,24 +131,6 @@ std::string ShapeOf(int16_t KeyCount, const auto& SegCount, const auto& SegLengt
   return std::to_string(KeyCount) + "/" + std::to_string(Longest);
 }
 
-// A file number released on every way out.
-class ScopedFileNumber {
- public:
-  ScopedFileNumber() : number_(platform::TakeFreeNumber()) {}
-  ~ScopedFileNumber() {
-    try {
-      platform::ReleaseNumber(number_);
-    } catch (...) {
-    }
-  }
-  ScopedFileNumber(const ScopedFileNumber&) = delete;
-  ScopedFileNumber& operator=(const ScopedFileNumber&) = delete;
-  platform::FileNo get() const { return number_; }
-
- private:
-  platform::FileNo number_;
-};
-
 bool EndsWithSeparator(std::string_view Dir) {
   return !Dir.empty() && (Dir.back() == '\\' || Dir.back() == '/');
 }
@@ -163,7 +146,7 @@ bool EndsWithSeparator(std::string_view Dir) {
 // Opens the dictionary shared for reading and returns its first 4000 bytes. A missing
 // file is created empty, as opening in binary mode does; an empty one is a missing table.
 std::string ReadDictionaryFile(const TableState& State, const std::string& Path) {
-  ScopedFileNumber Number;
+  const platform::ScopedFileNumber Number;
   try {
     platform::Open(Number.get(), Path, platform::OpenMode::ReadOnly);
   } catch (const Fault& F) {
@@ -190,7 +173,7 @@ int16_t TwoDigits(std::string_view Text) {
   return static_cast<int16_t>(D2 >= 1 ? D2 : 0);
 }
 
-int16_t StorageWidth(int16_t Type, int16_t DeclaredLength) {
+int16_t FixedStorageWidth(int16_t Type) {
   switch (Type) {
     case 1:
       return 2;
@@ -205,8 +188,13 @@ int16_t StorageWidth(int16_t Type, int16_t DeclaredLength) {
     case 5:
       return 6;
     default:
-      return (Type >= 80 && Type <= 85) ? 8 : DeclaredLength;
+      return (Type >= 80 && Type <= 85) ? 8 : 0;
   }
+}
+
+int16_t StorageWidth(int16_t Type, int16_t DeclaredLength) {
+  const int16_t Fixed = FixedStorageWidth(Type);
+  return Fixed != 0 ? Fixed : DeclaredLength;
 }
 
 int32_t Dictionary::KeyTextLength(int k) const {

@@ -31,6 +31,10 @@ inline constexpr int kKeyRecordSlots = 30;
 // characters (a text shorter than 2) count as code 0. Never negative, never above 2277.
 int16_t TwoDigits(std::string_view Text);
 
+// Storage width in bytes of the types that have one of their own (numbers, dates, image
+// places); 0 for the types that store their declared length.
+int16_t FixedStorageWidth(int16_t Type);
+
 // Storage width in bytes of a field of the given type code and declared length.
 int16_t StorageWidth(int16_t Type, int16_t DeclaredLength);
 

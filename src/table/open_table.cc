@@ -6,36 +6,26 @@
 #include <string>
 
 #include "maintenance/audit_archive.h"
-#include "platform/codepage.h"
 #include "platform/fault.h"
 #include "platform/file_pool.h"
 #include "platform/messages.h"
-#include "platform/numbers.h"
 #include "platform/paths.h"
+#include "platform/scoped_file_number.h"
 #include "table/TQFile.h"
 #include "table/channel.h"
 #include "table/dictionary.h"
+#include "table/key_file_build.h"
 
 namespace tqdb {
 namespace {
 
-constexpr int16_t kKeyFileNotCreated = 23;
 constexpr int16_t kKeyFileNotOpened = 26;
-constexpr int32_t kKeyCreationFailed = 50228;
 constexpr int16_t kImageFieldType = 62;
 
 // Mid(Text, Start, Length) with a 0-based Start: what there is of the range, maybe "".
 std::string Mid(std::string_view Text, size_t Start, size_t Length) {
   if (Start >= Text.size()) return "";
   return std::string(Text.substr(Start, Length));
-}
-
-// A path as it travels in an engine command: "/" is the command's own separator, so
-// every "/" is written as "\" (the file layer reads either as a directory separator).
-std::string CommandPath(std::string_view Path) {
-  std::string Text(Path);
-  std::replace(Text.begin(), Text.end(), '/', '\\');
-  return Text;
 }
 
 std::string FileBase(const TableState& State) {
@@ -66,29 +56,6 @@ void OpenImageFile(TableState& State) {
   platform::Open(static_cast<platform::FileNo>(State.ImageFileNo), FileBase(State) + ".tqw");
 }
 
-bool HasCodeAtLeast93(std::string_view Text) {
-  return std::any_of(Text.begin(), Text.end(),
-                     [](char C) { return static_cast<uint8_t>(C) >= 93; });
-}
-
-// A file number taken for the length of one check.
-class TemporaryNumber {
- public:
-  TemporaryNumber() : number_(platform::TakeFreeNumber()) {}
-  ~TemporaryNumber() {
-    try {
-      platform::ReleaseNumber(number_);
-    } catch (...) {
-    }
-  }
-  TemporaryNumber(const TemporaryNumber&) = delete;
-  TemporaryNumber& operator=(const TemporaryNumber&) = delete;
-  platform::FileNo Get() const { return number_; }
-
- private:
-  platform::FileNo number_;
-};
-
 // Raises Fault 70 when another table object holds DataFile open (its presence lock).
 // With the table's own data file open, the check converts this object's presence lock to
 // the exclusive one, which it keeps until the file is closed.
@@ -97,32 +64,16 @@ void RequireExclusiveUse(TableState& State, const std::string& DataFile) {
   if (State.DataFileNo > 0 && platform::IsOpen(State.DataFileNo)) {
     Exclusive = platform::TryExclusivePresence(State.DataFileNo);
   } else if (platform::FileExists(DataFile)) {
-    TemporaryNumber Probe;
-    platform::Open(Probe.Get(), DataFile);
-    Exclusive = platform::TryExclusivePresence(Probe.Get());
+    const platform::ScopedFileNumber Probe(DataFile, platform::OpenMode::Binary);
+    Exclusive = platform::TryExclusivePresence(Probe.get());
   }
   if (!Exclusive) throw platform::Fault(platform::kPermissionDenied);
 }
 
-// Builds the key file again from the dictionary and the data file ("C"). Status 23 is
-// shown and stops the open; any other failure raises 50228; success reopens the data
-// file so that it is read afresh.
+// Builds the key file again from the dictionary and the data file; success reopens the
+// data file so that it is read afresh.
 void RebuildKeyFile(TableState& State, const std::string& KeyPath, const std::string& DataPath) {
-  SendCommand(State, "/C/" + CommandPath(KeyPath) + "/" + KeyShape(State) + "/A/" +
-                         platform::StrOf(State.DataFileNo));
-  const int16_t Status = State.LastError;
-  if (Status == kKeyFileNotCreated) {
-    // The path when the command holds characters that could have made it fail, else
-    // what went wrong (the key file path when the engine left no description).
-    const bool ShowPath = HasCodeAtLeast93(State.EngineCommand) || State.ErrorText.empty();
-    platform::ShowMessage(ShowPath ? KeyPath : platform::Utf8ToCp1252(State.ErrorText),
-                          MessageIcon::Critical);
-    return;
-  }
-  if (Status != 0) {
-    throw platform::Fault(kKeyCreationFailed, "Error indexados: " + platform::StrOf(Status) +
-                                                  platform::Cp1252ToUtf8(State.EngineCommand));
-  }
+  if (BuildKeyFile(State, KeyPath) != 0) return;
   platform::Close(State.DataFileNo);
   OpenDataFile(State, DataPath);
 }

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/file_checks.h"
 #include "support/scoped_env.h"
 #include "support/temp_dir.h"
 #include "table/TQFile.h"
@@ -18,45 +19,11 @@ namespace tqdb {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::FilesIn;
+using testing::MessageCapture;
 using testing::ScopedEnv;
 using testing::TempDir;
-
-// Collects the messages shown while it lives.
-class MessageCapture {
- public:
-  MessageCapture() {
-    SetMessageSink(
-        [this](const std::string& Text, MessageIcon Icon) { Messages.emplace_back(Text, Icon); });
-  }
-  ~MessageCapture() { SetMessageSink(nullptr); }
-  std::vector<std::pair<std::string, MessageIcon>> Messages;
-};
-
-std::vector<std::string> FilesIn(const std::string& Directory) {
-  std::vector<std::string> Names;
-  std::error_code Ignored;
-  for (const auto& Entry : fs::directory_iterator(Directory, Ignored)) {
-    Names.push_back(Entry.path().filename().string());
-  }
-  return Names;
-}
-
-// The one member of a zip archive: its name and its bytes.
-std::pair<std::string, std::string> ReadOnlyMember(const std::string& Archive) {
-  int Error = 0;
-  std::unique_ptr<zip_t, int (*)(zip_t*)> Zip(zip_open(Archive.c_str(), ZIP_RDONLY, &Error),
-                                              zip_close);
-  if (!Zip) return {"<cannot open>", ""};
-  if (zip_get_num_entries(Zip.get(), 0) != 1) return {"<not one member>", ""};
-  zip_stat_t Stat;
-  zip_stat_index(Zip.get(), 0, 0, &Stat);
-  std::unique_ptr<zip_file_t, int (*)(zip_file_t*)> Member(zip_fopen_index(Zip.get(), 0, 0),
-                                                           zip_fclose);
-  std::string Bytes(Stat.size, '\0');
-  const zip_int64_t Read = zip_fread(Member.get(), Bytes.data(), Stat.size);
-  Bytes.resize(Read < 0 ? 0 : static_cast<size_t>(Read));
-  return {Stat.name, Bytes};
-}
+using testing::ZipMember;
 
 class AuditArchiveTest : public ::testing::Test {
  protected:
@@ -79,10 +46,32 @@ TEST_F(AuditArchiveTest, KeepsACompressedTimeStampedCopyAndDeletesTheFile) {
   EXPECT_TRUE(std::regex_match(Archives[0],
                                std::regex(R"(CLIEN01\.TQd \d{4}-\d\d-\d\d \d\d \d\d \d\d \.zip)")))
       << Archives[0];
-  const auto [Member, Bytes] = ReadOnlyMember(AuditFolder() + "/" + Archives[0]);
+  const auto [Member, Bytes] = ZipMember(AuditFolder() + "/" + Archives[0]);
   EXPECT_EQ(Member, "CLIEN01.TQd");
   EXPECT_EQ(Bytes, Original);
   EXPECT_TRUE(Shown.Messages.empty());
+}
+
+// The copy is deflated (any unzip tool reads it) and smaller than a file of records.
+TEST_F(AuditArchiveTest, ALargeFileIsDeflatedAndComesBackWhole) {
+  std::string Original;
+  for (int Record = 0; Record < 20000; ++Record) {
+    Original += "C" + std::to_string(1000000 + Record * 7) + " GARCIA LOPEZ ANTONIO    ";
+  }
+  const std::string Path = Data.Write("FACTU01.TQd", Original);
+  ASSERT_EQ(ZipAndKill(Path), 0);
+  const std::vector<std::string> Archives = FilesIn(AuditFolder());
+  ASSERT_EQ(Archives.size(), 1u);
+  const std::string Archive = AuditFolder() + "/" + Archives[0];
+  EXPECT_EQ(ZipMember(Archive).second, Original);
+  int Error = 0;
+  std::unique_ptr<zip_t, int (*)(zip_t*)> Zip(zip_open(Archive.c_str(), ZIP_RDONLY, &Error),
+                                              zip_close);
+  ASSERT_TRUE(Zip);
+  zip_stat_t Stat;
+  ASSERT_EQ(zip_stat_index(Zip.get(), 0, 0, &Stat), 0);
+  EXPECT_EQ(Stat.comp_method, ZIP_CM_DEFLATE);
+  EXPECT_LT(Stat.comp_size * 4, Stat.size);
 }
 
 TEST_F(AuditArchiveTest, FindsTheFileWhateverTheCaseOfItsName) {

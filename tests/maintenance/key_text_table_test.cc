@@ -10,17 +10,11 @@
 namespace tqdb {
 namespace {
 
-TEST(DigitCountTest, CountsDecimalDigits) {
-  EXPECT_EQ(DigitCount(0), 1);
-  EXPECT_EQ(DigitCount(9), 1);
-  EXPECT_EQ(DigitCount(10), 2);
-  EXPECT_EQ(DigitCount(999), 3);
-  EXPECT_EQ(DigitCount(1000), 4);
-  EXPECT_EQ(DigitCount(2147483647), 10);
-  EXPECT_EQ(DigitCount(10000000000), 0);  // more than ten digits
-}
-
-TEST(DigitCountTest, PadsNumbersToTheWidth) {
+TEST(DigitCountTest, CountsDecimalDigitsAndPadsNumbersToTheWidth) {
+  const std::pair<int64_t, int> Counts[] = {
+      {0, 1},    {9, 1},           {10, 2},         {999, 3},
+      {1000, 4}, {2147483647, 10}, {10000000000, 0}};  // more than ten digits: 0
+  for (const auto& [Number, Digits] : Counts) EXPECT_EQ(DigitCount(Number), Digits) << Number;
   EXPECT_EQ(ZeroPadded(7, DigitCount(999)), "007");
   EXPECT_EQ(ZeroPadded(7, DigitCount(1000)), "0007");
   EXPECT_EQ(ZeroPadded(1000, 4), "1000");

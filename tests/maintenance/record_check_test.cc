@@ -43,40 +43,41 @@ bool Kept(int Type, int Length, const std::string& First) {
   return !IsDeletedRecord(Table.State, Record) && FirstFieldIsSound(Table.State, Record);
 }
 
-TEST(FirstFieldTest, TextIsDamagedOnlyByControlCharacters) {
-  EXPECT_TRUE(Kept(10, 6, "MU\xD1OZ"));
-  EXPECT_TRUE(Kept(10, 6, "\x80\xFF~ "));
-  EXPECT_FALSE(Kept(10, 6, "AB\nCD"));
-  EXPECT_FALSE(Kept(10, 6, std::string("AB\0CD", 5)));
-  EXPECT_FALSE(Kept(10, 6, "AB\x7F"));
-}
-
-TEST(FirstFieldTest, NumericTextHoldsDigitsAndBlanks) {
-  EXPECT_TRUE(Kept(8, 4, "    "));
-  EXPECT_TRUE(Kept(20, 4, "0 12"));
-  EXPECT_FALSE(Kept(8, 4, "12.5"));
-  EXPECT_FALSE(Kept(20, 4, "-1  "));
-}
-
-TEST(FirstFieldTest, DatesAreValidBlankOrNeverWritten) {
-  EXPECT_TRUE(Kept(5, 6, "A50102"));
-  EXPECT_TRUE(Kept(5, 6, "      "));
-  EXPECT_TRUE(Kept(5, 6, std::string(6, '\0')));
-  EXPECT_FALSE(Kept(5, 6, "A51302"));
-  EXPECT_FALSE(Kept(5, 6, "  0102"));
-}
-
-TEST(FirstFieldTest, BinaryImageAndLongTextFieldsAreAlwaysKept) {
+// Text is damaged only by control characters, numeric text holds digits and blanks,
+// dates are valid, blank or never written; binary, image and long-text fields are always
+// kept; the deletion mark drops the record.
+TEST(FirstFieldTest, KeepsRecordsByTheTypeOfTheirFirstField) {
+  struct Case {
+    int Type, Length;
+    std::string First;
+    bool Kept;
+  };
+  const Case Cases[] = {
+      {10, 6, "MU\xD1OZ", true},
+      {10, 6, "\x80\xFF~ ", true},
+      {10, 6, "AB\nCD", false},
+      {10, 6, std::string("AB\0CD", 5), false},
+      {10, 6, "AB\x7F", false},
+      {8, 4, "    ", true},
+      {20, 4, "0 12", true},
+      {8, 4, "12.5", false},
+      {20, 4, "-1  ", false},
+      {5, 6, "A50102", true},
+      {5, 6, "      ", true},
+      {5, 6, std::string(6, '\0'), true},
+      {5, 6, "A51302", false},
+      {5, 6, "  0102", false},
+      {74, 12, std::string(12, '\0'), true},
+      {75, 12, std::string("\x01\x02\x03\x04", 4), true},
+      {10, 10, std::string("ANULADO\0\0\0", 10), false},
+      {10, 10, "ANULAD", true},
+  };
+  for (const Case& C : Cases) {
+    EXPECT_EQ(Kept(C.Type, C.Length, C.First), C.Kept) << C.Type << " '" << C.First << "'";
+  }
   for (int Type : {1, 2, 3, 4, 6, 7, 80, 85, 62}) {
     EXPECT_TRUE(Kept(Type, 4, std::string("\x01\n\0\x7F", 4))) << Type;
   }
-  EXPECT_TRUE(Kept(74, 12, std::string(12, '\0')));
-  EXPECT_TRUE(Kept(75, 12, std::string("\x01\x02\x03\x04", 4)));
-}
-
-TEST(FirstFieldTest, TheDeletionMarkDropsTheRecord) {
-  EXPECT_FALSE(Kept(10, 10, std::string("ANULADO\0\0\0", 10)));
-  EXPECT_TRUE(Kept(10, 10, "ANULAD"));
 }
 
 }  // namespace

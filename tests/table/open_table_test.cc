@@ -1,7 +1,6 @@
 #include "table/open_table.h"
 
 #include <gtest/gtest.h>
-#include <zip.h>
 
 #include <algorithm>
 #include <cctype>
@@ -16,6 +15,7 @@
 
 #include "platform/file_pool.h"
 #include "platform/paths.h"
+#include "support/file_checks.h"
 #include "support/key_file_bytes.h"
 #include "support/scoped_env.h"
 #include "support/table_writer.h"
@@ -27,21 +27,14 @@ namespace tqdb {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::FilesIn;
 using testing::KeyFileBytes;
 using testing::KeyOrder;
+using testing::MessageCapture;
 using testing::ScopedEnv;
 using testing::TableSpec;
 using testing::TempDir;
-
-class MessageCapture {
- public:
-  MessageCapture() {
-    SetMessageSink(
-        [this](const std::string& Text, MessageIcon Icon) { Messages.emplace_back(Text, Icon); });
-  }
-  ~MessageCapture() { SetMessageSink(nullptr); }
-  std::vector<std::pair<std::string, MessageIcon>> Messages;
-};
+using testing::ZipMember;
 
 // CLIEN: a code, a name and a balance; key 1 on the code, key 2 on the name's first
 // eight characters then the code, key 3 on characters 3-6 of the code (by field id).
@@ -275,34 +268,9 @@ TEST_F(OpenTableTest, ImageFilesAndLinkedTablesCloseWithTheTable) {
   EXPECT_EQ(Link.Table->State().Engine.KeyFileNo, 0);
 }
 
-// The only member of a zip archive: its name and bytes.
-std::pair<std::string, std::string> ZipMember(const std::string& Archive) {
-  int Error = 0;
-  std::unique_ptr<zip_t, int (*)(zip_t*)> Zip(zip_open(Archive.c_str(), ZIP_RDONLY, &Error),
-                                              zip_close);
-  if (!Zip || zip_get_num_entries(Zip.get(), 0) != 1) return {"", ""};
-  zip_stat_t Stat;
-  zip_stat_index(Zip.get(), 0, 0, &Stat);
-  std::unique_ptr<zip_file_t, int (*)(zip_file_t*)> File(zip_fopen_index(Zip.get(), 0, 0),
-                                                         zip_fclose);
-  std::string Bytes(Stat.size, '\0');
-  Bytes.resize(static_cast<size_t>(
-      std::max<zip_int64_t>(0, zip_fread(File.get(), Bytes.data(), Stat.size))));
-  return {Stat.name, Bytes};
-}
-
 class KillDBTest : public OpenTableTest {
  protected:
   std::string AuditFolder() const { return Audit.Dir() + "Brinvale/Auditoria/"; }
-  std::vector<std::string> Archives() const {
-    std::vector<std::string> Names;
-    std::error_code Ignored;
-    for (const auto& E : fs::directory_iterator(AuditFolder(), Ignored)) {
-      Names.push_back(E.path().filename().string());
-    }
-    std::sort(Names.begin(), Names.end());
-    return Names;
-  }
   TempDir Audit;
   ScopedEnv Tmp{"TMPDIR", Audit.Dir().c_str()};
 };
@@ -314,7 +282,7 @@ TEST_F(KillDBTest, ArchivesAndDeletesTheDataAndKeyFilesWhenConfirmed) {
   TQFile Table;
   ASSERT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 0);
   Table.KillDB(false);
-  EXPECT_TRUE(Archives().empty());
+  EXPECT_TRUE(FilesIn(AuditFolder()).empty());
   ExpectEveryKeyWalksInOrder(Table);
 
   Table.KillDB(true);
@@ -322,7 +290,7 @@ TEST_F(KillDBTest, ArchivesAndDeletesTheDataAndKeyFilesWhenConfirmed) {
   EXPECT_FALSE(fs::exists(Data.File("CLIEN01.tqd")));
   EXPECT_FALSE(fs::exists(Data.File("CLIEN01.tqc")));
   EXPECT_TRUE(fs::exists(Dict.File("CLIEN.tqa")));
-  const std::vector<std::string> Names = Archives();
+  const std::vector<std::string> Names = FilesIn(AuditFolder());
   ASSERT_EQ(Names.size(), 2u);
   const std::regex Stamp(R"( \d{4}-\d\d-\d\d \d\d \d\d \d\d \.zip)");
   EXPECT_TRUE(std::regex_match(Names[0].substr(11), Stamp)) << Names[0];
@@ -350,7 +318,7 @@ TEST_F(KillDBTest, RefusesWhileAnotherObjectHasTheTableOpen) {
     EXPECT_EQ(E.Number(), 70);
   }
   EXPECT_TRUE(fs::exists(Data.File("CLIEN01.tqd")));
-  EXPECT_TRUE(Archives().empty());
+  EXPECT_TRUE(FilesIn(AuditFolder()).empty());
   ExpectEveryKeyWalksInOrder(Reader);
 
   Reader.CloseDB();

@@ -20,11 +20,9 @@ void StoreInt32(std::string& Bytes, size_t At, int32_t Value) {
   for (int I = 0; I < 4; ++I) Bytes[At + size_t(I)] = static_cast<char>(uint32_t(Value) >> (8 * I));
 }
 
-class CheckCommand : public ::testing::Test {
+class CheckCommand : public SampleTablesTest {
  protected:
-  void SetUp() override { MakeSampleTables(Dir); }
-  ToolResult Run(const std::vector<std::string>& Args) { return RunTool(Dir, Args); }
-  std::string Table() const { return Dir.File("FACTU01"); }
+  std::string Table() const { return Invoices(); }
   std::string KeyFileName() const { return FileNamed(Dir, "FACTU01.tqc"); }
   std::string KeyFile() const { return Dir.Read(KeyFileName()); }
   void WriteKeyFile(const std::string& Bytes) { Dir.Write(KeyFileName(), Bytes); }
@@ -47,8 +45,6 @@ class CheckCommand : public ::testing::Test {
     const ToolResult After = Run({"check", Table()});
     EXPECT_EQ(After.Status, 0) << After.Out;
   }
-
-  TempDir Dir;
 };
 
 TEST_F(CheckCommand, ASoundTablePasses) {

@@ -27,10 +27,21 @@ constexpr const char* kArticles =
     "key 1 CODIGO\n"
     "key 2 NOMBRE[1,20] CODIGO[3,4]\n";
 
-TEST(CreateCommand, WritesTheDictionaryRecordByRecord) {
+class CreateCommand : public ::testing::Test {
+ protected:
+  void SetUp() override { Dir.Write("artic.schema", kArticles); }
+  ToolResult Create(const std::string& Schema, const std::string& Table,
+                    std::vector<std::string> Extra = {}) {
+    std::vector<std::string> Args = {"create", Dir.File(Schema), Dir.File(Table)};
+    Args.insert(Args.end(), Extra.begin(), Extra.end());
+    return RunTool(Dir, Args);
+  }
+
   TempDir Dir;
-  Dir.Write("artic.schema", kArticles);
-  const ToolResult Result = RunTool(Dir, {"create", Dir.File("artic.schema"), Dir.File("ARTIC01")});
+};
+
+TEST_F(CreateCommand, WritesTheDictionaryRecordByRecord) {
+  const ToolResult Result = Create("artic.schema", "ARTIC01");
   ASSERT_EQ(Result.Status, 0) << Result.Err;
   EXPECT_NE(Result.Out.find("4 fields, 2 keys, records of 52 bytes"), std::string::npos);
 
@@ -55,10 +66,8 @@ TEST(CreateCommand, WritesTheDictionaryRecordByRecord) {
   EXPECT_FALSE(std::filesystem::exists(Dir.File("ARTIC01.tqc")));
 }
 
-TEST(CreateCommand, TheTableOpensAndTakesRecords) {
-  TempDir Dir;
-  Dir.Write("artic.schema", kArticles);
-  ASSERT_EQ(RunTool(Dir, {"create", Dir.File("artic.schema"), Dir.File("ARTIC01")}).Status, 0);
+TEST_F(CreateCommand, TheTableOpensAndTakesRecords) {
+  ASSERT_EQ(Create("artic.schema", "ARTIC01").Status, 0);
   TQFile Table;
   ASSERT_EQ(Table.OpenFile(Dir.File("ARTIC01"), Dir.Dir()), 0);
   EXPECT_EQ(Table.TableDescripcion(), "Artículos");
@@ -73,16 +82,14 @@ TEST(CreateCommand, TheTableOpensAndTakesRecords) {
   EXPECT_NE(Table.SeekKey(std::vector<Variant>{"TORNILLO", "1234"}), 0);
 }
 
-TEST(CreateCommand, SharesAnIdenticalDictionaryAndRefusesADifferentOne) {
-  TempDir Dir;
-  Dir.Write("artic.schema", kArticles);
-  ASSERT_EQ(RunTool(Dir, {"create", Dir.File("artic.schema"), Dir.File("ARTIC01")}).Status, 0);
+TEST_F(CreateCommand, SharesAnIdenticalDictionaryAndRefusesADifferentOne) {
+  ASSERT_EQ(Create("artic.schema", "ARTIC01").Status, 0);
   // A second data set of the same table keeps the dictionary.
-  EXPECT_EQ(RunTool(Dir, {"create", Dir.File("artic.schema"), Dir.File("ARTIC02")}).Status, 0);
+  EXPECT_EQ(Create("artic.schema", "ARTIC02").Status, 0);
   EXPECT_TRUE(std::filesystem::exists(Dir.File("ARTIC02.tqd")));
 
   Dir.Write("other.schema", "table ARTIC \"Otra\"\nfield CODIGO text 4\n");
-  ToolResult Result = RunTool(Dir, {"create", Dir.File("other.schema"), Dir.File("ARTIC03")});
+  ToolResult Result = Create("other.schema", "ARTIC03");
   EXPECT_EQ(Result.Status, 1);
   EXPECT_NE(Result.Err.find("--force"), std::string::npos) << Result.Err;
   EXPECT_NE(Dir.Read("ARTIC.tqa")
@@ -90,28 +97,21 @@ TEST(CreateCommand, SharesAnIdenticalDictionaryAndRefusesADifferentOne) {
                       "culos"),
             std::string::npos);
 
-  Result = RunTool(Dir, {"create", Dir.File("other.schema"), Dir.File("ARTIC03"), "--force"});
+  Result = Create("other.schema", "ARTIC03", {"--force"});
   EXPECT_EQ(Result.Status, 0) << Result.Err;
   EXPECT_EQ(Dir.Read("ARTIC.tqa").substr(0, 2), "01");
 }
 
-TEST(CreateCommand, RefusesATableNameThatDiffersFromTheSchema) {
-  TempDir Dir;
-  Dir.Write("artic.schema", kArticles);
-  const ToolResult Result = RunTool(Dir, {"create", Dir.File("artic.schema"), Dir.File("CLIEN01")});
+TEST_F(CreateCommand, RefusesATableNameThatDiffersFromTheSchema) {
+  const ToolResult Result = Create("artic.schema", "CLIEN01");
   EXPECT_EQ(Result.Status, 2);
   EXPECT_NE(Result.Err.find("describes table ARTIC"), std::string::npos) << Result.Err;
   EXPECT_FALSE(std::filesystem::exists(Dir.File("CLIEN.tqa")));
 }
 
-TEST(CreateCommand, PutsTheDictionaryInTheDictDirectory) {
-  TempDir Dir;
+TEST_F(CreateCommand, PutsTheDictionaryInTheDictDirectory) {
   std::filesystem::create_directory(Dir.File("dic"));
-  Dir.Write("artic.schema", kArticles);
-  ASSERT_EQ(RunTool(Dir, {"create", Dir.File("artic.schema"), Dir.File("ARTIC01"), "--dict",
-                          Dir.File("dic")})
-                .Status,
-            0);
+  ASSERT_EQ(Create("artic.schema", "ARTIC01", {"--dict", Dir.File("dic")}).Status, 0);
   EXPECT_TRUE(std::filesystem::exists(Dir.File("dic/ARTIC.tqa")));
   EXPECT_FALSE(std::filesystem::exists(Dir.File("ARTIC.tqa")));
   const ToolResult Info = RunTool(Dir, {"info", Dir.File("ARTIC01"), "--dict", Dir.File("dic")});

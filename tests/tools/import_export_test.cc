@@ -9,15 +9,7 @@
 namespace tqdb::testing {
 namespace {
 
-class SampleTables : public ::testing::Test {
- protected:
-  void SetUp() override { MakeSampleTables(Dir); }
-  ToolResult Run(const std::vector<std::string>& Args) { return RunTool(Dir, Args); }
-  std::string Clients() const { return Dir.File("CLIEN01"); }
-  std::string Invoices() const { return Dir.File("FACTU01"); }
-
-  TempDir Dir;
-};
+using SampleTables = SampleTablesTest;
 
 TEST_F(SampleTables, ImportsEveryRowOfTheSampleData) {
   const ToolResult Info = Run({"info", Invoices()});

@@ -9,13 +9,8 @@
 namespace tqdb::testing {
 namespace {
 
-class QueryCommands : public ::testing::Test {
+class QueryCommands : public SampleTablesTest {
  protected:
-  void SetUp() override { MakeSampleTables(Dir); }
-  ToolResult Run(const std::vector<std::string>& Args) { return RunTool(Dir, Args); }
-  std::string Clients() const { return Dir.File("CLIEN01"); }
-  std::string Invoices() const { return Dir.File("FACTU01"); }
-
   // A table of codes with repeats: AAA in records 1-3, BBB in record 4.
   std::string Repeats() {
     Dir.Write("codes.schema",
@@ -38,8 +33,6 @@ class QueryCommands : public ::testing::Test {
     }
     return Numbers;
   }
-
-  TempDir Dir;
 };
 
 TEST_F(QueryCommands, InfoDescribesFieldsKeysAndTheKeyFile) {

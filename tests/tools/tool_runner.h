@@ -2,6 +2,8 @@
 // what it wrote on stdout and stderr. Also sets up the sample tables of examples/data.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -120,5 +122,16 @@ inline int CountLines(const std::string& Text, const std::string& Part) {
   }
   return Count;
 }
+
+// A scratch directory holding the sample tables (CLIEN01, FACTU01), and the tool run in it.
+class SampleTablesTest : public ::testing::Test {
+ protected:
+  void SetUp() override { MakeSampleTables(Dir); }
+  ToolResult Run(const std::vector<std::string>& Args) { return RunTool(Dir, Args); }
+  std::string Clients() const { return Dir.File("CLIEN01"); }
+  std::string Invoices() const { return Dir.File("FACTU01"); }
+
+  TempDir Dir;
+};
 
 }  // namespace tqdb::testing

@@ -7,6 +7,7 @@
 #include <set>
 
 #include "platform/codepage.h"
+#include "table/dictionary.h"
 #include "tool_error.h"
 
 namespace tqdb::tool {
@@ -79,10 +80,7 @@ const std::map<std::string, int>& TypeNames() {
   return Names;
 }
 
-bool HasFixedWidth(int Type) {
-  return Type == 1 || Type == 2 || Type == 3 || Type == 4 || Type == 5 || Type == 6 || Type == 7 ||
-         Type == 62 || (Type >= 80 && Type <= 85);
-}
+bool HasFixedWidth(int Type) { return FixedStorageWidth(static_cast<int16_t>(Type)) != 0; }
 
 std::string Upper(const std::string& Name) {
   return platform::UpperCase(platform::Utf8ToCp1252(Name));
@@ -258,22 +256,8 @@ class SchemaParser {
 }  // namespace
 
 int SchemaFieldWidth(const SchemaField& Field) {
-  switch (Field.Type) {
-    case 1:
-      return 2;
-    case 2:
-    case 4:
-    case 6:
-    case 62:
-      return 4;
-    case 3:
-    case 7:
-      return 8;
-    case 5:
-      return 6;
-    default:
-      return Field.Type >= 80 && Field.Type <= 85 ? 8 : Field.Length;
-  }
+  const int Fixed = FixedStorageWidth(static_cast<int16_t>(Field.Type));
+  return Fixed != 0 ? Fixed : Field.Length;
 }
 
 Schema ParseSchema(std::string_view Text) { return SchemaParser().Parse(Text); }
