@@ -21,6 +21,7 @@
 #include "platform/file_pool.h"
 #include "platform/messages.h"
 #include "platform/numbers.h"
+#include "platform/scoped_file_number.h"
 #include "platform/settings.h"
 #include "records/key_text.h"
 #include "records/record_codecs.h"
@@ -34,24 +35,6 @@ using platform::Fault;
 constexpr int64_t kChunkBytes = 32768;
 constexpr int64_t kShortestDictionary = 100;
 constexpr int32_t kProgressStep = 100;
-
-// A file number of this routine's own, closed and freed on every way out.
-class OwnFile {
- public:
-  OwnFile() : number_(platform::TakeFreeNumber()) {}
-  ~OwnFile() {
-    try {
-      platform::ReleaseNumber(number_);
-    } catch (...) {
-    }
-  }
-  OwnFile(const OwnFile&) = delete;
-  OwnFile& operator=(const OwnFile&) = delete;
-  platform::FileNo get() const { return number_; }
-
- private:
-  platform::FileNo number_;
-};
 
 std::string DictionaryDirectory(EngineState& Engine) {
   if (Engine.EngineDir.empty()) Engine.EngineDir = platform::GetRegSetting("Directory", "", "");
@@ -70,7 +53,7 @@ std::string DictionaryPath(const std::string& Directory, const std::string& Base
 
 Dictionary ReadTableDictionary(const std::string& Path) {
   const std::string Shown = platform::Cp1252ToUtf8(Path);
-  OwnFile File;
+  platform::ScopedFileNumber File;
   try {
     platform::Open(File.get(), Path, platform::OpenMode::ReadOnly);
   } catch (const Fault& Failure) {
@@ -119,7 +102,7 @@ void EnterRecord(EngineState& Engine, const Dictionary& Dict, int32_t Record,
 void EnterRecords(EngineState& Engine, const Dictionary& Dict, const std::string& DataPath) {
   const int64_t Length = Dict.RecordLength;
   if (Length <= 0) return;
-  OwnFile Data;
+  platform::ScopedFileNumber Data;
   try {
     platform::Open(Data.get(), DataPath, platform::OpenMode::ReadOnly);
   } catch (const Fault& Failure) {

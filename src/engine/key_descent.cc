@@ -168,6 +168,9 @@ bool StepWithinLeaf(EngineState& Engine, const SavedPair& Pair, bool Forward) {
   } else {
     if (--Index < 0) return false;
   }
+  // Only a leaf out of order (a damaged file) puts the entry on the wrong side of the pair.
+  const int Order = CompareEntryToPair(Node, Index, Pair.Value(), Pair.Record);
+  if (Forward ? Order <= 0 : Order >= 0) ThrowDamaged(Engine);
   Leaf.Entry = static_cast<int16_t>(Index);
   return true;
 }

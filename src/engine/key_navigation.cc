@@ -21,6 +21,7 @@
 
 #include "engine/key_codec.h"
 #include "engine/key_descent.h"
+#include "engine/key_file.h"
 
 namespace tqdb::engine {
 namespace {
@@ -118,6 +119,15 @@ int32_t KeyEdge(EngineState& Engine, int Key, bool Last) {
   }
 }
 
+// Raises KeyFileDamaged unless entry Later of the leaf lies above entry Earlier. N and P
+// within a leaf check this, so that a walk only ever moves on: a leaf whose entries are
+// out of order (a damaged file) would otherwise send it back and round for ever.
+void RequireAscending(EngineState& Engine, const NodeView& Leaf, int Earlier, int Later) {
+  if (CompareEntryToPair(Leaf, Later, Leaf.KeyText(Earlier), Leaf.Value(Earlier)) <= 0) {
+    ThrowDamaged(Engine);
+  }
+}
+
 // The buffered leaf's count, or -1 when the cursor is not on a key.
 int CursorLeafCount(EngineState& Engine) {
   if (Engine.CurKey < 1 || Engine.CurKey > kMaxKeys || Engine.CurKeyLength < 1) return -1;
@@ -138,6 +148,9 @@ int32_t KeyNext(EngineState& Engine) {
   }
   KeyPathLevel& Cursor = Engine.Path[Engine.LeafLevel];
   if (Cursor.Entry + 1 < Count) {
+    if (Cursor.Entry >= 0) {
+      RequireAscending(Engine, LevelView(Engine, Engine.LeafLevel), Cursor.Entry, Cursor.Entry + 1);
+    }
     Cursor.Entry = static_cast<int16_t>(std::max(Cursor.Entry + 1, 0));
     return Finish(Engine, 0);
   }
@@ -156,6 +169,9 @@ int32_t KeyPrevious(EngineState& Engine) {
   KeyPathLevel& Cursor = Engine.Path[Engine.LeafLevel];
   const int Before = std::min<int>(Cursor.Entry, Count) - 1;
   if (Before >= 0) {
+    if (Cursor.Entry < Count) {
+      RequireAscending(Engine, LevelView(Engine, Engine.LeafLevel), Before, Cursor.Entry);
+    }
     Cursor.Entry = static_cast<int16_t>(Before);
     return Finish(Engine, 0);
   }

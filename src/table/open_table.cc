@@ -6,6 +6,7 @@
 #include <string>
 
 #include "maintenance/audit_archive.h"
+#include "maintenance/rebuild_files.h"
 #include "platform/fault.h"
 #include "platform/file_pool.h"
 #include "platform/messages.h"
@@ -54,6 +55,26 @@ void OpenImageFile(TableState& State) {
     platform::Close(static_cast<platform::FileNo>(State.ImageFileNo));
   }
   platform::Open(static_cast<platform::FileNo>(State.ImageFileNo), FileBase(State) + ".tqw");
+}
+
+// A rebuild killed after its commit mark leaves its new files waiting beside the table.
+// The first user to open the table alone completes that commit before reading anything,
+// so that nothing is written into the old files that the pending renames would then
+// replace. With the table open elsewhere (it was opened without the mark being seen) or
+// with a mark that belongs to another suffix, the open goes on with the files in place.
+void FinishInterruptedRebuild(TableState& State, const std::string& DataPath) {
+  RebuildFiles Files;
+  Files.Live = FileBase(State);
+  Files.Staged = State.DataPath + State.TableName + "ZZ";
+  Files.Suffix = State.TableSuffix;
+  if (!platform::FileExists(Files.Mark())) return;
+  if (!platform::TryExclusivePresence(State.DataFileNo)) return;
+  platform::Close(State.DataFileNo);
+  try {
+    RecoverRebuild(Files);
+  } catch (const platform::Fault&) {
+  }
+  OpenDataFile(State, DataPath);
 }
 
 // Raises Fault 70 when another table object holds DataFile open (its presence lock).
@@ -109,6 +130,7 @@ void OpenRoutine(TableState& State, int OpenIndexFlag, const std::string& Explic
   std::string DataPath = FileBase(State) + ".tqd";
   if (ExplicitDataPath.empty()) {
     OpenDataFile(State, DataPath);
+    FinishInterruptedRebuild(State, DataPath);
     if (HasImageField(State)) OpenImageFile(State);
   } else {
     OpenIndexFlag = 0;

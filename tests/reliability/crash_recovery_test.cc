@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "reliability/kill_switch.h"
+#include "reliability/run_summary.h"
 #include "support/child_process.h"
 #include "support/reliability_tables.h"
 #include "support/scoped_env.h"
@@ -66,6 +67,18 @@ void RemoveKeyFile(const TempDir& Dir) {
     if (Name == "MOVIM01.TQC") std::filesystem::remove(Entry.path());
   }
 }
+
+// Kill points tried over the whole run, and those whose every check passed.
+struct KillTally {
+  int64_t Tried = 0;
+  int64_t Recovered = 0;
+};
+KillTally Tally;
+[[maybe_unused]] const bool kKillSummary = PrintAtEnd([] {
+  if (Tally.Tried == 0) return std::string();
+  return "[ kill     ] " + std::to_string(Tally.Tried) + " kill points tried, " +
+         std::to_string(Tally.Recovered) + " recovered";
+});
 
 // One kind of change, applied by the killed process to an open MOVIM table.
 struct Change {
@@ -205,6 +218,10 @@ class CrashRecoveryTest : public ::testing::Test {
       ExpectReaderSeesSurvivors(Dir, C, KillPoint);
       ExpectRepairRestores(Dir, C, KillPoint, true);
       ExpectRepairRestores(Dir, C, KillPoint, false);
+      if (!Completed) {
+        ++Tally.Tried;
+        if (!::testing::Test::HasFailure()) ++Tally.Recovered;
+      }
       if (Completed || ::testing::Test::HasFailure()) break;
     }
     if (!::testing::Test::HasFailure()) {

@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "reliability/run_summary.h"
 #include "support/child_process.h"
 #include "support/reliability_tables.h"
 #include "support/scoped_env.h"
@@ -75,6 +76,33 @@ void PutInt32(std::string& Bytes, size_t At, int32_t Value) {
   for (int I = 0; I < 4 && At + I < Bytes.size(); ++I) {
     Bytes[At + I] = static_cast<char>((static_cast<uint32_t>(Value) >> (8 * I)) & 0xFF);
   }
+}
+
+// Damaged-file cases tried over the whole run, and those that ended as they must.
+struct DamageTally {
+  int Tried = 0;
+  int Passed = 0;
+};
+DamageTally Tally;
+[[maybe_unused]] const bool kDamageSummary = PrintAtEnd([] {
+  if (Tally.Tried == 0) return std::string();
+  return "[ damage   ] " + std::to_string(Tally.Tried) + " damaged-file cases tried, " +
+         std::to_string(Tally.Passed) + " ended in an error or a status";
+});
+
+// A table DANOS of Count records added through the interface, CODIGO "C<First + I>" and
+// the other fields empty. Returns the path of its key file.
+std::string WriteSmallTable(const TempDir& Dir, int Count, int First) {
+  WriteDictionary(Dir.Dir(), "DANOS", DamageSpec());
+  WriteDataFile(Dir.File("DANOS01.tqd"), {});
+  TQFile T;
+  T.OpenFile(Dir.File("DANOS01"), Dir.Dir());
+  for (int I = 0; I < Count; ++I) {
+    T.AddNew();
+    T.SetFields("CODIGO", "C" + std::to_string(First + I));
+    T.Update();
+  }
+  return FindFile(Dir, "DANOS01.TQC");
 }
 
 // One damaged variant: which file, and what is done to its bytes.
@@ -168,7 +196,11 @@ class DamagedFilesTest : public ::testing::Test {
     int Failed = 0;
     for (const Damage& D : Cases) {
       const std::string Problems = RunCase(D);
-      if (Problems.empty()) continue;
+      ++Tally.Tried;
+      if (Problems.empty()) {
+        ++Tally.Passed;
+        continue;
+      }
       ADD_FAILURE() << Problems;
       if (++Failed >= 5) return;
     }
@@ -411,6 +443,77 @@ TEST(KeyFileFragmentTest, NewPagesCoverAFragmentAtTheEnd) {
   for (int I = 1; I <= 300; I += 2) T.Delete(I);
   EXPECT_EQ(TableSoundness(T), "");
   EXPECT_EQ(T.DeletedRecordCount(), 150);
+}
+
+// A Delete on a key file whose deleted-record stack is damaged fails before it removes a
+// key: the record stays whole, with every key, and is not marked.
+TEST(DeletedRecordStackTest, DeleteOnADamagedStackChangesNothing) {
+  TempDir Dir;
+  const std::string Key = WriteSmallTable(Dir, 20, 0);
+  std::string Bytes = ReadAll(Key);
+  PutInt32(Bytes, 11, 786688);  // the stack's head far beyond the end, the stack empty
+  WriteAll(Key, Bytes);
+  TQFile T;
+  T.OpenFile(Dir.File("DANOS01"), Dir.Dir());
+  T.SetIndex(1);
+  const int32_t Record = T.SeekKey(Variant("C7"));
+  ASSERT_GT(Record, 0);
+  EXPECT_THROW(T.Delete(Record), TQError);
+  for (int16_t K = 1; K <= 3; ++K) {
+    T.SetIndex(K);
+    int Seen = 0;
+    for (T.MoveFirst(); T.LastError() == 0; T.MoveNext()) Seen += T.BookMark() == Record;
+    EXPECT_EQ(Seen, 1) << "key " << K;
+  }
+  T.SetBookMark(Record);
+  EXPECT_EQ(Trimmed(T.Fields("CODIGO")), "C7");
+}
+
+// A leaf whose entries are out of order, below a root whose next child is not a leaf: a
+// walk must not go back into the leaf and round it for ever. It ends, by an error or at
+// the last entry, having returned no more entries than the key holds.
+TEST(DisorderedLeafTest, WalksEndOnALeafOutOfOrder) {
+  TempDir Dir;
+  const std::string Key = WriteSmallTable(Dir, 150, 1000);
+  std::string Bytes = ReadAll(Key);
+  const auto Int32At = [&Bytes](size_t At) {
+    uint32_t Value = 0;
+    for (int I = 3; I >= 0; --I) Value = Value << 8 | static_cast<uint8_t>(Bytes[At + I]);
+    return static_cast<int32_t>(Value);
+  };
+  constexpr size_t kEntry = 8 + 4;  // key 1: 8 bytes of key and a number
+  const size_t Root = static_cast<size_t>(Int32At(16)) - 1;
+  ASSERT_EQ(Bytes[Root], 1) << "key 1's root is a branch";
+  ASSERT_GE(Int32At(Root + 1) & 0xFFFF, 2);
+  const size_t Leaf = static_cast<size_t>(Int32At(Root + 3 + 8)) - 1;
+  const int Count = Int32At(Leaf + 1) & 0xFFFF;
+  ASSERT_GE(Count, 2);
+  // The leaf's first and last entries swap places; the root's second child is the root.
+  const std::string First = Bytes.substr(Leaf + 3, kEntry);
+  const size_t Last = Leaf + 3 + size_t(Count - 1) * kEntry;
+  Bytes.replace(Leaf + 3, kEntry, Bytes.substr(Last, kEntry));
+  Bytes.replace(Last, kEntry, First);
+  PutInt32(Bytes, Root + 3 + kEntry + 8, static_cast<int32_t>(Root) + 1);
+  WriteAll(Key, Bytes);
+
+  SetMessageSink([](const std::string&, MessageIcon) {});
+  TQFile T;
+  T.OpenFile(Dir.File("DANOS01"), Dir.Dir());
+  T.SetIndex(1);
+  for (const bool Forward : {true, false}) {
+    int Returned = 0;
+    try {
+      Forward ? T.MoveFirst() : T.MoveLast();
+      while (T.LastError() == 0 && Returned <= 150) {
+        ++Returned;
+        Forward ? T.MoveNext() : T.MovePrevious();
+      }
+    } catch (const TQError& Error) {
+      EXPECT_FALSE(Error.Description().empty());
+    }
+    EXPECT_LE(Returned, 150) << (Forward ? "forwards" : "backwards");
+  }
+  SetMessageSink(nullptr);
 }
 
 }  // namespace
