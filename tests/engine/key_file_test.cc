@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 #include <vector>
 
@@ -94,67 +93,6 @@ TEST(KeyFileImage, BuildsInMemoryAndFlushesASoundFile) {
   EXPECT_EQ(File.Entries(1).size(), size_t(Records));
   EXPECT_EQ(File.Entries(2).size(), size_t(Records));
   EXPECT_EQ((File.Dir().Read(File.FileName()).size() - 25) % 1024, 0u);
-}
-
-// D, I and R keep the pages they read under the key-file lock and read none twice. The
-// same changes made without that cache (the engine's operations called directly) must
-// leave the key file byte for byte the same; the cached delete must read fewer pages.
-TEST(KeyFilePageCache, LockedCommandsWriteWhatUncachedOnesWriteAndReadPagesOnce) {
-  EngineFile Cached({6, 20}, "cache01.tqc");
-  EngineFile Plain({6, 20}, "plain01.tqc");
-  std::vector<std::vector<std::string>> Live(1);  // by record number; [0] unused
-  std::mt19937 Random(4242);
-  const auto Text = [&Random](int Values) {
-    return "K" + std::to_string(Random() % static_cast<unsigned>(Values));
-  };
-  for (int Step = 0; Step < 4000; ++Step) {
-    const int Choice = static_cast<int>(Random() % 10);
-    std::vector<int32_t> Records;
-    for (size_t R = 1; R < Live.size(); ++R) {
-      if (!Live[R].empty()) Records.push_back(static_cast<int32_t>(R));
-    }
-    if (Choice < 6 || Records.size() < 10) {
-      const std::vector<std::string> Keys = {Padded(Text(900), 6), Padded(Text(60), 20)};
-      const int32_t Record = Cached.Insert(Keys);
-      engine::InsertKeys(Plain.Engine, Keys);
-      ASSERT_EQ(Plain.Engine.LastAllocated, Record);
-      if (Live.size() <= static_cast<size_t>(Record)) Live.resize(static_cast<size_t>(Record) + 1);
-      Live[static_cast<size_t>(Record)] = Keys;
-    } else {
-      const int32_t Record = Records[Random() % Records.size()];
-      std::vector<std::string>& Keys = Live[static_cast<size_t>(Record)];
-      if (Choice < 8) {
-        const std::string New = Padded(Text(60), 20);
-        Cached.Run("R\\2\\" + std::to_string(Record) + "\\1\\" + Keys[1] + "\\" + New);
-        ASSERT_EQ(Cached.Status, 0) << Cached.ErrorText;
-        engine::ReplaceKeys(Plain.Engine, 2, Record, Keys[1], New);
-        Keys[1] = New;
-      } else {
-        Cached.Delete(Record, Keys);
-        ASSERT_EQ(Cached.Status, 0) << Cached.ErrorText;
-        engine::DeleteKeys(Plain.Engine, Record, Keys);
-        Keys.clear();
-      }
-    }
-  }
-  EXPECT_FALSE(Cached.Engine.PageCacheOn);
-  EXPECT_TRUE(Cached.Engine.PageCache.empty());
-  EXPECT_TRUE(Cached.Problems().empty());
-  EXPECT_EQ(Cached.Dir().Read(Cached.FileName()), Plain.Dir().Read(Plain.FileName()));
-
-  // One more delete on both: the second locate of key 1 comes from the cache.
-  int32_t Record = 1;
-  while (Live[static_cast<size_t>(Record)].empty()) ++Record;
-  const std::vector<std::string> Keys = Live[static_cast<size_t>(Record)];
-  const uint64_t Before = platform::GetIoCounters().Reads;
-  Cached.Delete(Record, Keys);
-  const uint64_t CachedReads = platform::GetIoCounters().Reads - Before;
-  ASSERT_EQ(Cached.Status, 0) << Cached.ErrorText;
-  const uint64_t Middle = platform::GetIoCounters().Reads;
-  engine::DeleteKeys(Plain.Engine, Record, Keys);
-  const uint64_t PlainReads = platform::GetIoCounters().Reads - Middle;
-  EXPECT_LT(CachedReads, PlainReads);
-  EXPECT_EQ(Cached.Dir().Read(Cached.FileName()), Plain.Dir().Read(Plain.FileName()));
 }
 
 }  // namespace

@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include "platform/file_pool.h"
-#include "platform/numbers.h"
 #include "support/query_tables.h"
 #include "table/TableState.h"
 
@@ -64,10 +63,6 @@ class FilterTest : public ::testing::Test {
   std::unique_ptr<TQFile> File;
 };
 
-// Left-to-right connectors, groups, operators, quotes, LIKE, key ranges and deleted
-// records are compared with SQL in filter_differential_test; here are the rest of the
-// language's rules, its errors and what a filter reads.
-
 TEST_F(FilterTest, AFilterSelectsTheFirstRecordAndEmptyTextRemovesTheView) {
   File->Filter("CIUDAD = MADRID");  // a pass over the file, in record order
   EXPECT_EQ(View(), (List{1, 3, 6}));
@@ -85,8 +80,6 @@ TEST_F(FilterTest, AFilterSelectsTheFirstRecordAndEmptyTextRemovesTheView) {
 }
 
 TEST_F(FilterTest, LowerCaseDataMatchesLikeOnlyInAKeyWalk) {
-  // LIKE upper-cases the field's text only inside a key walk; "=" compares the record as
-  // stored everywhere.
   EXPECT_EQ(Sorted("NOMBRE LIKE LOP*"), (List{2, 6}));
   EXPECT_EQ(Sorted("NOMBRE = LOPEZ"), (List{2}));
   EXPECT_EQ(Sorted("NOTA LIKE GAR*"), (List{7, 8}));   // not keyed: record 1 holds "garcia"
@@ -98,12 +91,6 @@ TEST_F(FilterTest, XorAbsAndTheNumberRules) {
   EXPECT_EQ(Sorted("ABS(SALDO < 10)"), (List{1, 2, 5, 7, 8}));
   EXPECT_FALSE(File->State().AbsMode);
   EXPECT_EQ(Sorted("SALDO = 1.5"), (List{1}));  // a point is always decimal
-  double CommaValue = 0;
-  if (!platform::TryLocaleToDouble("1,5", CommaValue)) CommaValue = 0;
-  List Expected;
-  if (CommaValue == 1.5) Expected = {1};
-  if (CommaValue == 15) Expected = {3};
-  EXPECT_EQ(Sorted("SALDO = 1,5"), Expected);  // a comma follows the locale
 }
 
 TEST_F(FilterTest, TheDirectFormWalksOneKeyByPrefix) {
@@ -175,18 +162,7 @@ TEST_F(FilterTest, HostileExpressionsGiveADefinedErrorOrResult) {
       std::string(5000, '(') + std::string(5000, ')'),
       "(" + std::string(9998, 'A') + ")",
       "EDAD = 1 AND (" + std::string(9000, '(') + "EDAD = 1",
-      "((EDAD = 1))",
-      "(EDAD = 1",
-      "EDAD = 1)",
-      ")(",
-      "ABS(",
-      "ABS",
-      "\\",
-      "'",
-      "=",
-      "EDAD = ",
       "NOMBRE LIKE " + std::string(10000, '*') + "X",
-      "(EDAD = 1) AND",
       "(EDAD = 1) AND ()",
       "A = 1 OR (",
   };

@@ -48,9 +48,6 @@ class SortTest : public ::testing::Test {
   std::unique_ptr<TQFile> File;
 };
 
-// Number and text sorts, ABS, DESC, joined fields and sorted filter results are compared
-// with ORDER BY in filter_differential_test; here are dates, odd views and errors.
-
 TEST_F(SortTest, StoredDatesSortAcrossTheCentury) {
   File->Sort("FECHA");
   EXPECT_EQ(View(), (List{5, 1, 4, 2}));  // 1985, 1999, 2000, 2005

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "engine/key_codec.h"
 #include "platform/fault.h"
 #include "platform/file_pool.h"
 #include "records/record_codecs.h"
@@ -30,16 +31,17 @@ TableSpec Pictures() {
 }
 
 int32_t Int32At(const std::string& Bytes, size_t Offset) {
-  uint32_t Value = 0;
-  for (size_t i = 4; i-- > 0;) Value = (Value << 8) | static_cast<uint8_t>(Bytes.at(Offset + i));
-  return static_cast<int32_t>(Value);
+  return engine::BytesToInt32(std::string_view(Bytes).substr(Offset, 4));
 }
 
-std::string Int32Bytes(int32_t Value) {
-  std::string Out;
-  for (int i = 0; i < 4; ++i)
-    Out.push_back(static_cast<char>((static_cast<uint32_t>(Value) >> (8 * i)) & 0xFF));
-  return Out;
+template <typename F>
+int32_t FaultNumber(F&& Work) {
+  try {
+    Work();
+  } catch (const Fault& Failure) {
+    return Failure.Number();
+  }
+  return 0;
 }
 
 class ImagesTest : public ::testing::Test {
@@ -120,13 +122,15 @@ TEST_F(ImagesTest, PlacesOrCapacitiesOutsideTheFileReadEmpty) {
     EXPECT_EQ(GetImage(State, 2, kPhoto), "") << Position;
   }
   for (int32_t Capacity : {(1 << 26) + 1, 1000, -5}) {
-    PutLong(State, 2, kPhoto, AppendRaw(Int32Bytes(Capacity) + Int32Bytes(2) + "\xFF" + "data"));
+    PutLong(State, 2, kPhoto,
+            AppendRaw(engine::Int32ToBytes(Capacity) + engine::Int32ToBytes(2) + "\xFF" + "data"));
     EXPECT_EQ(GetImage(State, 2, kPhoto), "") << Capacity;
   }
 }
 
 TEST_F(ImagesTest, DamagedCapacityIsNeverRewrittenInPlace) {
-  const int32_t Position = AppendRaw(Int32Bytes(1 << 25) + Int32Bytes(1) + "\xFF" + "old");
+  const int32_t Position =
+      AppendRaw(engine::Int32ToBytes(1 << 25) + engine::Int32ToBytes(1) + "\xFF" + "old");
   PutLong(State, 1, kPhoto, Position);
   UpdateImage(State, 1, kPhoto, "new");
   const std::string File = ImageBytes();
@@ -138,36 +142,20 @@ TEST_F(ImagesTest, DamagedCapacityIsNeverRewrittenInPlace) {
   EXPECT_EQ(GetImage(State, 1, kPhoto), "new" + std::string(100, ' '));
 }
 
-TEST_F(ImagesTest, AppendFailsAtOnceWhileAnotherHoldsTheFile) {
+// A held file fails the append at once; a failed append releases its lock.
+TEST_F(ImagesTest, AppendFailsAtOnceWhileHeldAndReleasesItsLockOnFailure) {
   const platform::FileNo Other = platform::TakeFreeNumber();
   platform::Open(Other, Dir.File("FOTOS01.tqw"));
   platform::LockRange(Other, 1, 1);
-  try {
-    PutImage(State, 1, kPhoto, "abc");
-    FAIL() << "expected Fault 70";
-  } catch (const Fault& Failure) {
-    EXPECT_EQ(Failure.Number(), platform::kPermissionDenied);
-  }
-  EXPECT_EQ(GetLong(State, 1, kPhoto), 0);
+  EXPECT_EQ(FaultNumber([&] { PutImage(State, 1, kPhoto, "abc"); }), platform::kPermissionDenied);
   EXPECT_EQ(ImageBytes(), "");
   platform::UnlockRange(Other, 1, 1);
   PutImage(State, 1, kPhoto, "abc");
-  // The writer's lock is gone once it returns.
-  EXPECT_NO_THROW(platform::LockRange(Other, 1, platform::kToEnd));
-  platform::ReleaseNumber(Other);
-}
-
-TEST_F(ImagesTest, TheLockIsReleasedWhenTheAppendFails) {
+  EXPECT_NO_THROW(platform::LockRange(Other, 1, platform::kToEnd));  // the writer let go
+  platform::UnlockRange(Other, 1, platform::kToEnd);
   platform::Truncate(ImageNo(), int64_t{1} << 31);  // the next position would leave 32 bits
-  try {
-    PutImage(State, 1, kPhoto, "abc");
-    FAIL() << "expected Fault 6";
-  } catch (const Fault& Failure) {
-    EXPECT_EQ(Failure.Number(), platform::kOverflow);
-  }
-  EXPECT_EQ(GetLong(State, 1, kPhoto), 0);
-  const platform::FileNo Other = platform::TakeFreeNumber();
-  platform::Open(Other, Dir.File("FOTOS01.tqw"));
+  EXPECT_EQ(FaultNumber([&] { PutImage(State, 2, kPhoto, "abc"); }), platform::kOverflow);
+  EXPECT_EQ(GetLong(State, 2, kPhoto), 0);
   EXPECT_NO_THROW(platform::LockRange(Other, 1, platform::kToEnd));
   platform::ReleaseNumber(Other);
 }
