@@ -95,10 +95,16 @@ void CompleteCommit(const RebuildFiles& Files) {
 }  // namespace
 
 RebuildFiles RebuildFilesOf(const TableState& State) {
+  return RebuildFilesOf(State.DataPath, State.BaseName, State.TableSuffix);
+}
+
+RebuildFiles RebuildFilesOf(std::string_view DataPath, std::string_view Name,
+                            std::string_view Suffix) {
+  const std::string Base = std::string(DataPath) + std::string(Name);
   RebuildFiles Files;
-  Files.Live = State.DataPath + State.BaseName + State.TableSuffix;
-  Files.Staged = State.DataPath + State.BaseName + "ZZ";
-  Files.Suffix = State.TableSuffix;
+  Files.Live = Base + std::string(Suffix);
+  Files.Staged = Base + "ZZ";
+  Files.Suffix = std::string(Suffix);
   return Files;
 }
 

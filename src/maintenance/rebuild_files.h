@@ -47,6 +47,9 @@ struct RebuildFiles {
 };
 
 RebuildFiles RebuildFilesOf(const TableState& State);
+// The same for a table not (yet) fully open: its directory, name and suffix.
+RebuildFiles RebuildFilesOf(std::string_view DataPath, std::string_view Name,
+                            std::string_view Suffix);
 
 // Deletes whatever a rebuild that stopped before its commit left behind (staged files,
 // work file). Faults are ignored: a file that cannot be deleted is truncated or

@@ -63,10 +63,7 @@ void OpenImageFile(TableState& State) {
 // replace. With the table open elsewhere (it was opened without the mark being seen) or
 // with a mark that belongs to another suffix, the open goes on with the files in place.
 void FinishInterruptedRebuild(TableState& State, const std::string& DataPath) {
-  RebuildFiles Files;
-  Files.Live = FileBase(State);
-  Files.Staged = State.DataPath + State.TableName + "ZZ";
-  Files.Suffix = State.TableSuffix;
+  const RebuildFiles Files = RebuildFilesOf(State.DataPath, State.TableName, State.TableSuffix);
   if (!platform::FileExists(Files.Mark())) return;
   if (!platform::TryExclusivePresence(State.DataFileNo)) return;
   platform::Close(State.DataFileNo);
