@@ -89,15 +89,15 @@ int64_t RecordTotal(const TableState& State) {
 }
 
 // Progress of the copy phase: one more every Total / 50 records kept (at least every
-// record), up to 50.
+// record), without a cap. It ends near 50, and above it when the division rounds far
+// down: 119 records kept of 119 count 1 to 59.
 class CopyProgress {
  public:
   CopyProgress(const TableState& State, int64_t Total)
       : state_(State), step_(std::max<int64_t>(1, Total / kCopyPhaseEnd)) {}
   void RecordKept() {
     if (++kept_ % step_ != 0) return;
-    counter_ = std::min(counter_ + 1, kCopyPhaseEnd);
-    state_.RaiseProgress(counter_);
+    state_.RaiseProgress(++counter_);
   }
 
  private:

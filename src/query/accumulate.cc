@@ -13,8 +13,6 @@ namespace {
 
 using platform::Fault;
 
-bool IsDoubleType(int16_t Type) { return Type == 3 || Type == 7 || (Type >= 80 && Type <= 85); }
-
 void CheckField(const TableState& State, int16_t Field) {
   if (Field < 1 || Field > State.NumFields) throw Fault(platform::kSubscript);
 }

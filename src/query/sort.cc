@@ -148,13 +148,15 @@ void SortOrderOf(const TableState& State, const SortPlan& Plan, SortWork& Work) 
 
 }  // namespace
 
+// The view of all records comes first: a field name that is not found leaves it on, and
+// an empty view never looks the names up.
 void Sort(TableState& State, std::string_view SortFields) {
-  const SortPlan Plan = MakePlan(State, SortFields);
   if (!State.FilterActive) MakeViewOfAllRecords(State);
   if (State.FilterList.size() < 2) {
     State.FilterPos = 0;
     return;
   }
+  const SortPlan Plan = MakePlan(State, SortFields);
   SortWork& Shared = Work();
   std::lock_guard Lock(Shared.Mutex);
   struct ReleaseOnExit {

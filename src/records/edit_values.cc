@@ -41,14 +41,14 @@ std::string DateValueToStored(std::string_view Text) {
   }
 }
 
-double NumberFromBuffer(const Variant& Value) {
+double NumberFromBuffer(const Variant& Value, int16_t Type) {
   switch (Value.Type()) {
     case VarType::Empty:
       return 0;
     case VarType::String: {
       const std::string Text = platform::Utf8ToCp1252(Value.AsText());
       if (Text.empty()) return 0;
-      if (Text.find('.') != std::string::npos) return platform::Val(Text);
+      if (IsDoubleType(Type) && Text.find('.') != std::string::npos) return platform::Val(Text);
       return platform::LocaleToDouble(Text);
     }
     case VarType::Array:
@@ -70,7 +70,7 @@ std::string StoredFieldBytes(const TableState& State, int16_t Field, const Varia
   CheckField(State, Field);
   const int16_t Type = State.FieldTypes[static_cast<size_t>(Field)];
   const size_t Width = static_cast<size_t>(State.FieldWidth[static_cast<size_t>(Field)]);
-  if (IsBinaryType(Type)) return Fit(EncodeBinaryField(Type, NumberFromBuffer(Value)), Width);
+  if (IsBinaryType(Type)) return Fit(EncodeBinaryField(Type, NumberFromBuffer(Value, Type)), Width);
   if (Type == kDateType) return Fit(DateValueToStored(TextFromBuffer(Value)), Width);
   if (IsImageType(Type) || IsExternalTextType(Type)) return std::string(Width, '\0');
   return Fit(TextFromBuffer(Value), Width);

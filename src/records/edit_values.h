@@ -19,12 +19,13 @@ namespace tqdb {
 // any other length six blanks.
 std::string DateValueToStored(std::string_view Text);
 
-// The numeric value of a buffer value for a numeric field. Empty (or an empty text) is 0;
-// a text holding "." is read with the point as decimal separator whatever the locale
-// (leading-number rule); any other text by the user's locale (Fault 13 when it is not a
-// number); a number as it is; a Boolean -1 or 0; a Date its serial day number. Fault 13
-// for an Array.
-double NumberFromBuffer(const Variant& Value);
+// The numeric value of a buffer value for a numeric field of type Type. Empty (or an
+// empty text) is 0; for a double type (3, 7, 80-85) a text holding "." is read with the
+// point as decimal separator whatever the locale (leading-number rule); any other text,
+// and every text for the whole-number and single types, by the user's locale (Fault 13
+// when it is not a number: "1.500" is 1500 where "." groups thousands); a number as it
+// is; a Boolean -1 or 0; a Date its serial day number. Fault 13 for an Array.
+double NumberFromBuffer(const Variant& Value, int16_t Type);
 
 // A buffer value's text, Windows-1252 (a Date as dd/mm/yyyy, a number in plain decimal).
 std::string TextFromBuffer(const Variant& Value);

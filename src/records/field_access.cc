@@ -90,8 +90,6 @@ bool NumericValue(const Variant& FieldN, double& Value) {
   throw Fault(platform::kTypeMismatch);
 }
 
-bool IsDoubleType(int16_t Type) { return Type == 3 || Type == 7 || (Type >= 80 && Type <= 85); }
-
 // A stored date as dd/mm/yy; "" for a date never written (zero bytes) or blank.
 std::string DateValue(const TableState& State, int32_t Record, int16_t Field) {
   const std::string Stored = GetField(State, Record, Field, false);
@@ -175,7 +173,6 @@ void PutFieldValue(TableState& State, int16_t Field, const Variant& Value) {
 }
 
 int16_t KFieldNumber(const TableState& State, int16_t FieldNo, int16_t Offset) {
-  if (FieldNo < 1) throw Fault(platform::kSubscript);
   const int32_t Field = int32_t{Element(State.FieldById, FieldNo)} + Offset;
   if (Field < std::numeric_limits<int16_t>::min() || Field > std::numeric_limits<int16_t>::max()) {
     throw Fault(platform::kOverflow);
@@ -185,6 +182,8 @@ int16_t KFieldNumber(const TableState& State, int16_t FieldNo, int16_t Offset) {
 
 Variant GetKFieldValue(const TableState& State, int16_t FieldNo, int16_t Offset) {
   const int16_t Field = KFieldNumber(State, FieldNo, Offset);
+  // With no edit open and no current record nothing is read: any field number is empty.
+  if (State.EditState == 0 && State.EngineResult == 0) return Variant();
   if (Field < 0) throw Fault(platform::kSubscript);
   return GetFieldValue(State, Field);
 }

@@ -50,10 +50,11 @@ Variant GetFieldValue(const TableState& State, int16_t Field);
 void PutFieldValue(TableState& State, int16_t Field, const Variant& Value);
 
 // The field counted Offset fields on from the field that bears dictionary id FieldNo
-// (FieldById[FieldNo] + Offset). Fault 9 for an id outside 1..99, Fault 6 when the sum
-// leaves 16 bits.
+// (FieldById[FieldNo] + Offset; id 0 bears no field, so KField(0, n) is field n). Fault 9
+// for an id outside 0..99, Fault 6 when the sum leaves 16 bits.
 int16_t KFieldNumber(const TableState& State, int16_t FieldNo, int16_t Offset);
-// KField get: GetFieldValue of that field (Fault 9 outside the arrays).
+// KField get: empty with no edit open and no current record, whatever the number; else
+// GetFieldValue of that field (Fault 9 outside the arrays).
 Variant GetKFieldValue(const TableState& State, int16_t FieldNo, int16_t Offset);
 // KField put: Fault 50202 "El campo <f> de la clave <FieldNo> está fuera de rango" when
 // the field is not one of 1..NumFields; else PutFieldValue.

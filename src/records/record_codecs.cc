@@ -236,6 +236,8 @@ bool IsBinaryType(int16_t Type) {
   }
 }
 
+bool IsDoubleType(int16_t Type) { return Type == 3 || Type == 7 || (Type >= 80 && Type <= 85); }
+
 std::string EncodeBinaryField(int16_t Type, double Value) {
   switch (Type) {
     case 1:

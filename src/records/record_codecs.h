@@ -77,6 +77,8 @@ void unLockField(const TableState& State, int32_t Record, int16_t First, int16_t
 
 // Binary numeric field types (1, 2, 3, 4, 6, 7, 80..85): stored as numbers, not text.
 bool IsBinaryType(int16_t Type);
+// Binary types stored as a double (3, 7, 80..85).
+bool IsDoubleType(int16_t Type);
 // The stored bytes of Value in a binary field of type Type (2, 4 or 8 bytes, rounded
 // halves to even for the integer types; Fault 6 when it does not fit). An empty string
 // for any other type.

@@ -46,8 +46,8 @@ std::string SegmentText(const TableState& State, int16_t Key, int Segment, const
   const bool OnField = Field >= 1 && Field <= State.NumFields &&
                        static_cast<size_t>(Field) < State.FieldTypes.size();
   if (OnField && IsBinaryType(State.FieldTypes[static_cast<size_t>(Field)])) {
-    const std::string Stored =
-        EncodeBinaryField(State.FieldTypes[static_cast<size_t>(Field)], NumberFromBuffer(Value));
+    const int16_t Type = State.FieldTypes[static_cast<size_t>(Field)];
+    const std::string Stored = EncodeBinaryField(Type, NumberFromBuffer(Value, Type));
     const size_t From =
         static_cast<size_t>(std::max<int16_t>(State.KeySegStart[Key][Segment], 1) - 1);
     return From < Stored.size() ? Stored.substr(From) : std::string();

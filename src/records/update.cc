@@ -132,6 +132,8 @@ void PutIns(TableState& State, int32_t Record, const PlannedField& P, std::strin
 }
 
 void UpdateEdit(TableState& State) {
+  // Every value is converted before the first field is written, so that a value that
+  // cannot be stored leaves the record as it was rather than changed in part.
   std::vector<PlannedField> Plans;
   for (int16_t F = 1; F <= State.NumFields; ++F) {
     const size_t I = static_cast<size_t>(F);
@@ -238,12 +240,20 @@ void UpdateAddNew(TableState& State) {
 }  // namespace
 
 void Update(TableState& State) {
-  if (State.EditState == 1) {
-    UpdateEdit(State);
-  } else if (State.EditState == 2) {
-    UpdateAddNew(State);
+  const int32_t Mode = std::exchange(State.EditState, 0);
+  try {
+    if (Mode == 1) {
+      UpdateEdit(State);
+    } else if (Mode == 2) {
+      UpdateAddNew(State);
+    }
+  } catch (const platform::Fault& Failure) {
+    // Only a refused insert has written nothing, and leaves the buffer for a corrected
+    // retry. After any other failure the edit is over: the new record's keys may be in
+    // already, and a retry would insert them a second time.
+    if (Mode == 2 && Failure.Number() == kInsertFailed) State.EditState = Mode;
+    throw;
   }
-  State.EditState = 0;
 }
 
 }  // namespace tqdb

@@ -36,7 +36,8 @@ namespace tqdb {
 // insertando registro <command>": nothing reaches the data file and the edit stays open
 // (EditState 2), so that a second Update retries.
 //
-// Ends with EditState 0 (any other mode only sets it to 0), except on a failure.
+// Ends with EditState 0 (any other mode only sets it to 0), after a failure too: only the
+// refused insert (50221) leaves the edit open.
 void Update(TableState& State);
 
 }  // namespace tqdb

@@ -9,6 +9,11 @@
 #include "table/TQError.h"
 
 namespace tqdb {
+namespace {
+
+constexpr int32_t kFirstOwnError = 50000;
+
+}  // namespace
 
 void RethrowAsTQError(const char* Source) {
   const std::string Member = Source != nullptr ? Source : "";
@@ -17,8 +22,10 @@ void RethrowAsTQError(const char* Source) {
   } catch (const TQError&) {
     throw;
   } catch (const platform::Fault& Fault) {
+    // The system's own errors (50000 and up) carry their number and description only.
+    const bool OwnError = Fault.Number() >= kFirstOwnError;
     throw TQError(Fault.Number(), Fault.Description(),
-                  Fault.Source().empty() ? Member : Fault.Source());
+                  OwnError ? "" : (Fault.Source().empty() ? Member : Fault.Source()));
   } catch (const std::bad_alloc&) {
     throw TQError(7, platform::FaultDescription(7), Member);  // "Memoria insuficiente"
   } catch (...) {

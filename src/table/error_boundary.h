@@ -4,7 +4,8 @@
 // leaves as a TQError, never as another exception type:
 //   - a TQError passes through unchanged;
 //   - a platform::Fault becomes a TQError with the fault's number and description, and
-//     the fault's source, or the member's name when the fault names none;
+//     the fault's source, or the member's name when the fault names none; the system's
+//     own errors (50000 and up) get no source;
 //   - std::bad_alloc becomes TQError 7 "Memoria insuficiente";
 //   - any other exception becomes TQError 5 with its classic description.
 #pragma once

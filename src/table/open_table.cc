@@ -114,8 +114,12 @@ int32_t OpenFile(TableState& State, std::string_view FileName, std::string_view 
   State.DataPath = platform::DirectoryPart(FileName);
   State.TableSuffix = Mid(FileName, State.DataPath.size() + 5, 2);
   State.TableName = Mid(FileName, State.DataPath.size(), 5);
-  OpenRoutine(State, 1, "");
+  // A filtered view belongs to the table it was built on, as numbered then (a rebuild
+  // renumbers): the open starts without one.
+  State.FilterActive = false;
+  State.FilterList.assign(1, 0);
   State.FilterPos = 0;
+  OpenRoutine(State, 1, "");
   return State.LastError;
 }
 
@@ -152,6 +156,8 @@ void OpenRoutine(TableState& State, int OpenIndexFlag, const std::string& Explic
 }
 
 void CloseDB(TableState& State) {
+  // The number goes back to the pool, where another table may take it: DataFileNo reads 0
+  // so that nothing of this object reaches that table's file through it.
   if (State.DataFileNo > 0) platform::ReleaseNumber(State.DataFileNo);
   State.DataFileNo = 0;
   if (State.ImageFileNo > 0) {

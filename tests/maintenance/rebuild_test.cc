@@ -176,6 +176,14 @@ TEST_F(RebuildTest, ATableThatWasNeverOpenedIsRefused) {
   }
 }
 
+// A table of one text field and a key on it, written byte by byte.
+TableSpec OneFieldSpec(int Type, int Length) {
+  TableSpec Spec;
+  Spec.Fields = {FieldSpec{"CAMPO", Type, Length}, FieldSpec{"OTRO", 10, 4}};
+  Spec.Keys = {KeySpec{{{1, 1, Length}}}};
+  return Spec;
+}
+
 TEST_F(RebuildTest, AZeroLengthDataFileEndsEmptyWithProgress100) {
   OpenTable Table(testing::MediaSpec(), {});
   std::vector<int32_t> Progress;
@@ -186,14 +194,14 @@ TEST_F(RebuildTest, AZeroLengthDataFileEndsEmptyWithProgress100) {
   EXPECT_EQ(Table.DataBytes(), "");
   EXPECT_FALSE(AnyNamed(Audited(), "TABLA01.TQd "));  // nothing to keep
   ExpectRebuilt(Table, {});
-}
-
-// A table of one text field and a key on it, written byte by byte.
-TableSpec OneFieldSpec(int Type, int Length) {
-  TableSpec Spec;
-  Spec.Fields = {FieldSpec{"CAMPO", Type, Length}, FieldSpec{"OTRO", 10, 4}};
-  Spec.Keys = {KeySpec{{{1, 1, Length}}}};
-  return Spec;
+  // 119 records kept: the copy phase counts one more every 2 records, 1 to 59.
+  const TableSpec Spec = OneFieldSpec(10, 4);
+  OpenTable Full(Spec, std::vector<std::string>(119, RecordBytes(Spec, {"AAAA", "1"})));
+  Progress.clear();
+  Full.File().OnProgress([&](int32_t P) { Progress.push_back(P); });
+  Full.File().Rebuild();
+  ASSERT_GT(Progress.size(), 60u);
+  for (int32_t Step = 1; Step <= 59; ++Step) EXPECT_EQ(Progress[Step], Step);
 }
 
 // Rebuilds a table whose records are Firsts (field 1) and returns field 1 of the records

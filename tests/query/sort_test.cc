@@ -72,15 +72,18 @@ TEST_F(SortTest, DeletedEntriesSortAsEmptyOrZeroAndTinyViewsStay) {
   EXPECT_EQ(File->State().FilterPos, 0);
 }
 
-TEST_F(SortTest, AnUnknownFieldChangesNothing) {
+// The view of all live records is made before the fields are looked up.
+TEST_F(SortTest, AnUnknownFieldLeavesTheViewOfAllRecords) {
   try {
     File->Sort("SUELDO DESC");
     FAIL() << "accepted";
   } catch (const TQError& Error) {
     EXPECT_EQ(Error.Number(), 50234);
     EXPECT_EQ(Error.Description(), "Campo SUELDO no existe");
+    EXPECT_EQ(Error.Source(), "");
   }
-  EXPECT_FALSE(File->State().FilterActive);
+  EXPECT_TRUE(File->State().FilterActive);
+  EXPECT_EQ(View(), (List{1, 2, 4, 5}));
   for (const char* Bad : {"NOMBRE+", "ABS()", ""}) EXPECT_THROW(File->Sort(Bad), TQError) << Bad;
 }
 

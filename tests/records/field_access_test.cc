@@ -151,8 +151,11 @@ TEST_F(FieldAccessTest, KFieldCountsFromTheFieldOfAnId) {
   EXPECT_EQ(KFieldNumber(State, 12, 2), 4);
   EXPECT_EQ(GetKFieldValue(State, 12, 2), Variant(1.5));
   EXPECT_EQ(GetKFieldValue(State, 11, 0), Variant("C00001"));
+  EXPECT_EQ(GetKFieldValue(State, 0, 2), Variant("MUÑOZ     "));  // id 0 bears field 0
+  State.EngineResult = 0;  // no current record: any field number reads as empty
+  EXPECT_TRUE(GetKFieldValue(State, 18, 2).IsEmpty());
   AddNew(State);
-  PutKFieldValue(State, 13, 1, Variant("9"));
+  PutKFieldValue(State, 0, 4, Variant("9"));
   EXPECT_EQ(GetFieldValue(State, 4), Variant("9"));
   EXPECT_EQ(FaultOf([&] { PutKFieldValue(State, 18, 2, Variant("x")); }),
             std::make_pair(50202, std::string("El campo 10 de la clave 18 está fuera de rango")));

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/fault.h"
@@ -116,22 +117,38 @@ TEST_F(UpdateTest, DatesAreStoredByTheLengthOfTheirTextAndAnEmptyEditWritesNothi
   EXPECT_EQ(Table.DataBytes(), Before);
 }
 
-TEST_F(UpdateTest, ASixteenBitOverflowLeavesTheRecordAndItsKeysAsTheyWere) {
+// A failed Update closes the edit: an Edit leaves the record and its keys as they were,
+// and a second Update after an AddNew whose keys went in does not insert them again.
+TEST_F(UpdateTest, AFailedUpdateClosesTheEditAndLeavesNothingToInsertTwice) {
   const std::string Before = Table.DataBytes();
-  EditRecord(2);
-  T.SetFields("NAME", "ZULU");  // a key field, before the failing field
-  T.SetFields("QTY", 40000);
-  T.SetFields("AMOUNT", 9);
-  try {
-    T.Update();
-    FAIL() << "no overflow";
-  } catch (const TQError& Error) {
-    EXPECT_EQ(Error.Number(), 6);
+  for (const auto& [Name, Value, Number] : std::vector<std::tuple<const char*, Variant, int>>{
+           {"QTY", 40000, 6}, {"AMOUNT", "abc", 13}}) {
+    EditRecord(2);
+    T.SetFields("NAME", "ZULU");  // a key field, before the failing field
+    T.SetFields(Name, Value);
+    try {
+      T.Update();
+      ADD_FAILURE() << "no error for " << Name;
+    } catch (const TQError& Error) {
+      EXPECT_EQ(Error.Number(), Number);
+    }
+    EXPECT_EQ(T.EditMode(), 0) << Name;
+    EXPECT_EQ(Table.DataBytes(), Before) << Name;
   }
-  EXPECT_EQ(Table.DataBytes(), Before);
-  EXPECT_EQ(T.EditMode(), 1);
   EXPECT_EQ(SeekOn(1, "DELTA"), 2);
   EXPECT_EQ(SeekOn(1, "ZULU"), 0);
+  T.SetFieldType(9, 74);  // NOTE, 6 bytes: too narrow for a long text's place (fault 5)
+  EditRecord(2);
+  T.SetFields("NOTE", "x");
+  EXPECT_THROW(T.Update(), TQError);
+  EXPECT_EQ(T.EditMode(), 0);
+  T.AddNew();
+  T.SetFields("NAME", "HOTEL");
+  T.SetFields("NOTE", "texto");
+  EXPECT_THROW(T.Update(), TQError);
+  EXPECT_EQ(T.EditMode(), 0);
+  T.Update();
+  EXPECT_EQ(T.RecordCount(), 4);
 }
 
 TEST_F(UpdateTest, AMoveAfterReKeyingTwoKeyFieldsGoesOnFromTheOldPlace) {
@@ -249,16 +266,19 @@ int ChangeUnderCommaLocale(TQFile& T, const std::string& LocaleDir) {
   ::setenv("LOCPATH", LocaleDir.c_str(), 1);
   ::setenv("LC_ALL", "es_ES.UTF-8", 1);
   if (platform::UserLocale().Decimal != ',') return 2;
-  if (NumberFromBuffer("1.5") != 1.5) return 3;
-  if (NumberFromBuffer("2,5") != 2.5) return 4;  // the locale's own decimal comma
+  if (NumberFromBuffer("1.5", 3) != 1.5) return 3;
+  if (NumberFromBuffer("2,5", 3) != 2.5) return 4;  // the locale's own decimal comma
   try {
     T.SetBookMark(3);
-    T.Edit();
-    T.SetFields("AMOUNT", "1.5");
-    T.SetFields("RATE", "1.234,5");  // holds a point: the leading number with the point
-    T.SetFields("PRICE", "2,5");
-    T.SetFields("TOTAL", "");
-    T.Update();
+    for (const bool New : {false, true}) {  // record 3 edited, then record 4 added
+      New ? T.AddNew() : T.Edit();
+      T.SetFields("AMOUNT", "1.5");
+      T.SetFields("RATE", "1.234,5");  // holds a point: the leading number with the point
+      T.SetFields("PRICE", "2,5");
+      T.SetFields("QTY", "1.500");  // whole numbers: the point groups thousands
+      T.SetFields("TOTAL", "2.500");
+      T.Update();
+    }
   } catch (...) {
     return 5;
   }
@@ -267,18 +287,22 @@ int ChangeUnderCommaLocale(TQFile& T, const std::string& LocaleDir) {
 
 TEST_F(CommaLocaleTest, APointIsADecimalPointInAnyLocale) {
   EXPECT_EXIT(std::_Exit(ChangeUnderCommaLocale(T, Dir->Path())), ::testing::ExitedWithCode(0), "");
-  EXPECT_DOUBLE_EQ(Field(3, "AMOUNT").AsNumber(), 1.5);
-  EXPECT_DOUBLE_EQ(Field(3, "RATE").AsNumber(), 1.234);
-  EXPECT_FLOAT_EQ(static_cast<float>(Field(3, "PRICE").AsNumber()), 2.5f);
-  EXPECT_EQ(Field(3, "TOTAL").AsInteger(), 0);
+  for (const int32_t Record : {3, 4}) {
+    EXPECT_DOUBLE_EQ(Field(Record, "AMOUNT").AsNumber(), 1.5);
+    EXPECT_DOUBLE_EQ(Field(Record, "RATE").AsNumber(), 1.234);
+    EXPECT_FLOAT_EQ(static_cast<float>(Field(Record, "PRICE").AsNumber()), 2.5f);
+    EXPECT_EQ(Field(Record, "QTY").AsInteger(), 1500);
+    EXPECT_EQ(Field(Record, "TOTAL").AsInteger(), 2500);
+  }
 }
 
 TEST(EditValuesTest, NumbersFromTheBuffer) {
-  EXPECT_EQ(NumberFromBuffer(Variant()), 0.0);
-  EXPECT_EQ(NumberFromBuffer(true), -1.0);
-  EXPECT_EQ(NumberFromBuffer("12abc.5"), 12.0);  // the point rule reads the leading number
-  EXPECT_THROW(NumberFromBuffer("abc"), platform::Fault);
-  EXPECT_THROW(NumberFromBuffer(std::vector<Variant>{1}), platform::Fault);
+  EXPECT_EQ(NumberFromBuffer(Variant(), 1), 0.0);
+  EXPECT_EQ(NumberFromBuffer(true, 4), -1.0);
+  EXPECT_EQ(NumberFromBuffer("12abc.5", 3), 12.0);  // the point rule reads the leading number
+  EXPECT_THROW(NumberFromBuffer("12abc.5", 1), platform::Fault);  // the locale rule
+  EXPECT_THROW(NumberFromBuffer("abc", 3), platform::Fault);
+  EXPECT_THROW(NumberFromBuffer(std::vector<Variant>{1}, 3), platform::Fault);
 }
 
 }  // namespace

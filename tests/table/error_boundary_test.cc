@@ -23,6 +23,8 @@ TEST(GuardTest, TurnsEveryExceptionIntoATQError) {
   const std::vector<Case> Cases = {
       {[] { throw TQError(50999, "La tabla X no existe", "OpenFile"); }, 50999,
        "La tabla X no existe", "OpenFile"},
+      // The system's own errors carry no source.
+      {[] { throw platform::Fault(50234, "Campo X no existe"); }, 50234, "Campo X no existe", ""},
       {[] { throw platform::Fault(platform::kBadFileNumber); }, 52, platform::FaultDescription(52),
        "Member"},
       {[] { throw platform::Fault(70, "Permiso denegado", "LockRange"); }, 70, "Permiso denegado",
