@@ -37,10 +37,15 @@ std::string Pad(const std::string& Text, size_t To) {
 
 }  // namespace
 
-void AddOutputOptions(CLI::App& Command, OutputOptions& Options, const std::string& Default) {
+void AddOutputOptions(CLI::App& Command, OutputOptions& Options, const std::string& Default,
+                      const std::vector<std::string>& Formats) {
   Options.Format = Default;
-  Command.add_option("--format", Options.Format, "output form: text, csv or json")
-      ->check(CLI::IsMember({"text", "csv", "json"}))
+  std::string Names;
+  for (const std::string& Name : Formats) {
+    Names += (Names.empty() ? "" : &Name == &Formats.back() ? " or " : ", ") + Name;
+  }
+  Command.add_option("--format", Options.Format, "output form: " + Names)
+      ->check(CLI::IsMember(Formats))
       ->capture_default_str();
   Command.add_option("--fields", Options.Fields, "fields to show, in order (default: all)")
       ->delimiter(',');
@@ -96,9 +101,13 @@ RecordWriter::RecordWriter(TQFile& Object, std::vector<Column> Columns, OutputFo
   if (format_ == OutputFormat::Json) out_ << "[";
 }
 
+Variant ColumnValue(TQFile& Object, const Column& Col) {
+  return Col.Field != 0 ? Object.Fields(Variant(Col.Field))
+                        : Object.LinkParent(Col.LinkTable, Variant(Col.LinkField));
+}
+
 std::string RecordWriter::Value(const Column& Col, bool Json) {
-  const Variant Value = Col.Field != 0 ? object_.Fields(Variant(Col.Field))
-                                       : object_.LinkParent(Col.LinkTable, Variant(Col.LinkField));
+  const Variant Value = ColumnValue(object_, Col);
   if (!Json) return IsNumber(Value.Type()) ? Value.ToString() : TrimRight(Value.ToString());
   if (Value.IsEmpty()) return "null";
   if (IsNumber(Value.Type())) {

@@ -34,12 +34,18 @@ struct OutputOptions {
   std::vector<std::string> Fields;  // empty = every field
   std::vector<std::string> Links;   // TABLE.FIELD
 };
-void AddOutputOptions(CLI::App& Command, OutputOptions& Options, const std::string& Default);
+// Formats lists the forms --format accepts (the export adds "sql").
+void AddOutputOptions(CLI::App& Command, OutputOptions& Options, const std::string& Default,
+                      const std::vector<std::string>& Formats = {"text", "csv", "json"});
 OutputFormat ParseFormat(const std::string& Name);
 
 // The columns for Options on the open table Object. An unknown field is the library's
 // error 50234; a link not of the form TABLE.FIELD is a ToolError.
 std::vector<Column> SelectColumns(TQFile& Object, const OutputOptions& Options);
+
+// The value of Col in the current record of Object: the field, or the linked table's field
+// through LinkParent.
+Variant ColumnValue(TQFile& Object, const Column& Col);
 
 class RecordWriter {
  public:

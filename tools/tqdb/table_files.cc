@@ -23,15 +23,19 @@ std::string_view TableFiles::Record(int32_t N) const {
 
 bool TableFiles::IsDeleted(int32_t N) const { return Record(N).substr(0, 7) == "ANULADO"; }
 
-TableFiles ReadTableFiles(const TableRef& Table) {
+Dictionary ReadDictionary(const TableRef& Table) {
   RequireWellFormed(Table);
   if (!PathExists(Table.DictionaryPath())) {
     throw TQError(50999, "La tabla " + Table.Name() +
                              " no existe en la ruta: " + Table.DictionaryDirectory());
   }
-  TableFiles Files;
   const std::string Bytes = ReadWholeFile(Table.DictionaryPath());
-  Files.Dict = ParseDictionary(std::string_view(Bytes).substr(0, kDictionaryReadSize));
+  return ParseDictionary(std::string_view(Bytes).substr(0, kDictionaryReadSize));
+}
+
+TableFiles ReadTableFiles(const TableRef& Table) {
+  TableFiles Files;
+  Files.Dict = ReadDictionary(Table);
   if (PathExists(Table.DataPath())) Files.Data = ReadWholeFile(Table.DataPath());
   return Files;
 }

@@ -26,6 +26,10 @@ struct TableFiles {
   bool IsDeleted(int32_t N) const;
 };
 
+// Reads and parses the dictionary of Table. A missing dictionary is the system's error
+// 50999; a damaged one raises the dictionary's Fault.
+Dictionary ReadDictionary(const TableRef& Table);
+
 // Reads the dictionary and the data file of Table. A missing dictionary is the system's
 // error 50999; a damaged one raises the dictionary's Fault.
 TableFiles ReadTableFiles(const TableRef& Table);
