@@ -36,8 +36,10 @@ void CheckSqlOptions(const ExportOptions& Options) {
       (!Options.To.starts_with(kSqlitePrefix) || Options.To.size() == kSqlitePrefix.size())) {
     throw ToolError("--to " + Options.To + ": expected sqlite:FILE.db", kExitUsage);
   }
-  if (Options.Output.Format != "sql" && !Options.Dialect.empty()) {
-    throw ToolError("--dialect goes with --format sql", kExitUsage);
+  const bool Sql = Options.Output.Format == "sql" || !Options.To.empty();
+  if (!Sql && (!Options.Dialect.empty() || !Options.SqlTable.empty() || Options.Replace)) {
+    throw ToolError("--dialect, --sql-table and --replace go with --format sql or --to",
+                    kExitUsage);
   }
   if (Options.Output.Format == "sql" && !Options.Dialect.empty() &&
       Options.Dialect != "postgresql") {

@@ -79,11 +79,16 @@ std::vector<SqlIndex> KeyIndexes(const TableRef& Table, const SqlTable& Sql) {
   return Indexes;
 }
 
+// Without the blanks after the value: a text's padding, an image's room to grow.
+std::string TrimRight(std::string Bytes) {
+  const size_t End = Bytes.find_last_not_of(' ');
+  Bytes.resize(End == std::string::npos ? 0 : End + 1);
+  return Bytes;
+}
+
 std::string TrimText(std::string Text) {
   std::erase(Text, '\0');  // PostgreSQL text cannot hold a zero byte
-  const size_t End = Text.find_last_not_of(' ');
-  Text.resize(End == std::string::npos ? 0 : End + 1);
-  return Text;
+  return TrimRight(std::move(Text));
 }
 
 SqlValue Real(double Value) { return {SqlValue::Kind::Real, 0, Value, ""}; }
@@ -99,8 +104,8 @@ SqlValue ToSqlValue(const Variant& Value, SqlType Type) {
         // The shortest text of the single (0.1, not 0.100000001490116) read as a double.
         const std::string Text = Value.ToString();
         double Parsed = 0;
-        std::from_chars(Text.data(), Text.data() + Text.size(), Parsed);
-        return Real(Parsed);
+        const auto Read = std::from_chars(Text.data(), Text.data() + Text.size(), Parsed);
+        return Real(Read.ec == std::errc() ? Parsed : Value.ToDouble());
       }
       return Real(Value.ToDouble());
     case SqlType::Date: {
@@ -109,7 +114,7 @@ SqlValue ToSqlValue(const Variant& Value, SqlType Type) {
       return {SqlValue::Kind::Text, 0, 0, std::move(Iso)};
     }
     case SqlType::Blob: {
-      std::string Bytes = TrimText(platform::Utf8ToCp1252(Value.ToString()));
+      std::string Bytes = TrimRight(platform::Utf8ToCp1252(Value.ToString()));
       if (Bytes.empty()) return {};
       return {SqlValue::Kind::Blob, 0, 0, std::move(Bytes)};
     }

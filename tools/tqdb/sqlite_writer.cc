@@ -102,7 +102,8 @@ Statement SqliteWriter::Prepare(const std::string& Sql) {
 
 // A table of that name, without regard to ASCII case (as SQLite compares names).
 bool SqliteWriter::TableExists() {
-  Statement Query = Prepare("SELECT 1 FROM sqlite_master WHERE lower(name) = lower(?)");
+  Statement Query =
+      Prepare("SELECT 1 FROM sqlite_master WHERE type = 'table' AND lower(name) = lower(?)");
   sqlite3_bind_text(Query.get(), 1, table_.Name.data(), static_cast<int>(table_.Name.size()),
                     SQLITE_STATIC);
   const int Stepped = sqlite3_step(Query.get());
