@@ -105,7 +105,7 @@ class PostgresWriter : public SqlTableWriter {
 PostgresWriter::PostgresWriter(std::ostream& Out, const SqlTable& Table, bool Replace)
     : out_(Out), table_(Table) {
   const std::string Name = QuoteIdentifier(table_.Name);
-  out_ << "-- " << table_.Name << ", written by tqdb export; load it with psql -f\n"
+  out_ << "-- " << table_.Name << ", written by tqdb export; load it with psql\n"
        << "SET client_encoding = 'UTF8';\nBEGIN;\n";
   if (Replace) out_ << "DROP TABLE IF EXISTS " << Name << ";\n";
   out_ << "CREATE TABLE " << Name << " (";
