@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <optional>
 
 #include "platform/codepage.h"
 #include "table/dictionary.h"
@@ -56,27 +57,27 @@ SqlColumn LinkedColumn(const TableRef& Table, const Column& Source) {
   throw TQError(50234, "Campo " + platform::Cp1252ToUtf8(Wanted) + " no existe");
 }
 
-// One index per key whose segment fields are all among the columns.
-std::vector<SqlIndex> KeyIndexes(const TableRef& Table, const SqlTable& Sql) {
-  const Dictionary Dict = ReadDictionary(Table);
-  std::vector<SqlIndex> Indexes;
-  for (int Key = 1; Key <= Dict.KeyCount && Key <= kMaxKeys; ++Key) {
-    SqlIndex Index{Sql.Name + "_key" + std::to_string(Key), {}};
-    bool Complete = true;
-    for (int Segment = 1; Segment <= Dict.KeySegCount[Key] && Segment <= kMaxSegments; ++Segment) {
-      const int16_t Field = Dict.KeySegField[Key][Segment];
-      auto Found = std::find_if(Sql.Columns.begin(), Sql.Columns.end(),
-                                [&](const SqlColumn& Col) { return Col.Source.Field == Field; });
-      if (Found == Sql.Columns.end()) Complete = false;
-      if (Found == Sql.Columns.end() || std::find(Index.Columns.begin(), Index.Columns.end(),
-                                                  Found->Source.Header) != Index.Columns.end()) {
-        continue;
-      }
-      Index.Columns.push_back(Found->Source.Header);
-    }
-    if (Complete && !Index.Columns.empty()) Indexes.push_back(std::move(Index));
+// The name of the column that holds field Field of the table; nullptr when none does.
+const std::string* ColumnOf(const SqlTable& Sql, int16_t Field) {
+  for (const SqlColumn& Col : Sql.Columns) {
+    if (Col.Source.Field == Field) return &Col.Source.Header;
   }
-  return Indexes;
+  return nullptr;
+}
+
+// The index over key Key: its segments' columns, each once; none when a segment's field is
+// not exported.
+std::optional<SqlIndex> KeyIndex(const Dictionary& Dict, int Key, const SqlTable& Sql) {
+  SqlIndex Index{Sql.Name + "_key" + std::to_string(Key), {}};
+  for (int Segment = 1; Segment <= Dict.KeySegCount[Key] && Segment <= kMaxSegments; ++Segment) {
+    const std::string* Name = ColumnOf(Sql, Dict.KeySegField[Key][Segment]);
+    if (Name == nullptr) return std::nullopt;
+    if (std::ranges::find(Index.Columns, *Name) == Index.Columns.end()) {
+      Index.Columns.push_back(*Name);
+    }
+  }
+  if (Index.Columns.empty()) return std::nullopt;
+  return Index;
 }
 
 // Without the blanks after the value: a text's padding, an image's room to grow.
@@ -134,7 +135,10 @@ SqlTable DescribeSqlTable(TQFile& Object, const TableRef& Table, const std::vect
     Sql.Columns.push_back(Col.Field != 0 ? FieldColumn(Object, Col.Field, Col)
                                          : LinkedColumn(Table, Col));
   }
-  Sql.Indexes = KeyIndexes(Table, Sql);
+  const Dictionary Dict = ReadDictionary(Table);
+  for (int Key = 1; Key <= Dict.KeyCount && Key <= kMaxKeys; ++Key) {
+    if (auto Index = KeyIndex(Dict, Key, Sql)) Sql.Indexes.push_back(std::move(*Index));
+  }
   return Sql;
 }
 
