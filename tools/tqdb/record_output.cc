@@ -40,9 +40,9 @@ std::string Pad(const std::string& Text, size_t To) {
 void AddOutputOptions(CLI::App& Command, OutputOptions& Options, const std::string& Default,
                       const std::vector<std::string>& Formats) {
   Options.Format = Default;
-  std::string Names;
-  for (const std::string& Name : Formats) {
-    Names += (Names.empty() ? "" : &Name == &Formats.back() ? " or " : ", ") + Name;
+  std::string Names = Formats.front();  // "text, csv or json"
+  for (size_t I = 1; I < Formats.size(); ++I) {
+    Names += (I + 1 == Formats.size() ? " or " : ", ") + Formats[I];
   }
   Command.add_option("--format", Options.Format, "output form: " + Names)
       ->check(CLI::IsMember(Formats))
