@@ -16,11 +16,11 @@
 #include "engine/key_file.h"
 #include "engine/key_update.h"
 #include "engine/record_allocator.h"
-#include "platform/codepage.h"
 #include "platform/fault.h"
 #include "platform/file_pool.h"
 #include "platform/messages.h"
 #include "platform/numbers.h"
+#include "platform/paths.h"
 #include "platform/scoped_file_number.h"
 #include "platform/settings.h"
 #include "records/key_text.h"
@@ -52,7 +52,7 @@ std::string DictionaryPath(const std::string& Directory, const std::string& Base
 }
 
 Dictionary ReadTableDictionary(const std::string& Path) {
-  const std::string Shown = platform::Cp1252ToUtf8(Path);
+  const std::string Shown = platform::ResolvePath(Path);  // as the user sees the file
   platform::ScopedFileNumber File;
   try {
     platform::Open(File.get(), Path, platform::OpenMode::ReadOnly);
@@ -72,7 +72,9 @@ Dictionary ReadTableDictionary(const std::string& Path) {
 
 std::vector<int> KeyLengths(const Dictionary& Dict) {
   std::vector<int> Lengths;
-  for (int K = 1; K <= Dict.KeyCount; ++K) Lengths.push_back(Dict.KeyTextLength(K));
+  for (int K = 1; K <= Dict.KeyCount; ++K) {
+    Lengths.push_back(KeyFileKeyLength(Dict, static_cast<int16_t>(K)));
+  }
   return Lengths;
 }
 
@@ -154,7 +156,11 @@ void CreateKeyFile(EngineState& Engine, int16_t /*FileNo*/, const std::string& B
   const std::string KeyPath = BasePath + ".TQC";
 
   CloseKeyFile(Engine);
-  CreateEmptyKeyFile(KeyPath, Lengths);
+  try {
+    CreateEmptyKeyFile(KeyPath, Lengths);
+  } catch (const Fault& Failure) {
+    throw KeyFileNotCreated(Failure);
+  }
   OpenKeyFile(Engine, KeyPath);
   if (Engine.EngineStatus != 0 || Engine.KeyFileNo == 0) throw Fault(platform::kPathFileAccess);
   const BuildingFlag Building(Engine);

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "engine/EngineState.h"
+#include "platform/fault.h"
 
 namespace tqdb::engine {
 
@@ -14,8 +15,17 @@ namespace tqdb::engine {
 // sets Engine.Creating around the call and opens the new file afterwards.
 //
 // FileNo is the key file's number when one is open, else the number the command carried.
-// Failures raise faults (the dispatcher reports them as status 105). A fault numbered
-// 55000 is retried by the dispatcher without end, so a lasting failure must not use it.
+// A key file that cannot be created raises KeyFileNotCreated (status 23); other failures
+// raise faults (the dispatcher reports them as status 105). A fault numbered 55000 is
+// retried by the dispatcher without end, so a lasting failure must not use it.
 void CreateKeyFile(EngineState& Engine, int16_t FileNo, const std::string& BasePath);
+
+// The key file could not be created (a read-only directory or file, a full disk, ...);
+// the description is the platform fault's.
+class KeyFileNotCreated : public platform::Fault {
+ public:
+  explicit KeyFileNotCreated(const platform::Fault& Cause)
+      : Fault(Cause.Number(), Cause.Description()) {}
+};
 
 }  // namespace tqdb::engine

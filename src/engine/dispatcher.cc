@@ -264,6 +264,10 @@ void fabs_emulate(EngineState& Engine, std::string& Command, int32_t& Result, in
       ErrorText = Damage.Description();
       Status = 105;
       return;
+    } catch (const engine::KeyFileNotCreated& Failure) {
+      ErrorText = Failure.Description();
+      Status = 23;
+      return;
     } catch (const KeyFileBusy& Busy) {
       WaitBeforeRetry(RetryCount, Busy);
     } catch (const Fault& Failure) {

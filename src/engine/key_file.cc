@@ -9,6 +9,7 @@
 #include "engine/key_file_damage.h"
 #include "platform/fault.h"
 #include "platform/file_pool.h"
+#include "platform/paths.h"
 
 namespace tqdb::engine {
 namespace {
@@ -168,7 +169,9 @@ void ReadDescriptors(EngineState& Engine) {
 
 }  // namespace
 
-void ThrowDamaged(const EngineState& Engine) { throw KeyFileDamaged(Engine.KeyFilePath); }
+void ThrowDamaged(const EngineState& Engine) {
+  throw KeyFileDamaged(platform::ResolvePath(Engine.KeyFilePath));
+}
 
 int64_t RefreshKeyFileLength(EngineState& Engine) {
   if (Engine.ImageMode) return Engine.ImageLastPage + kNodeSize - 1;

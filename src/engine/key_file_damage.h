@@ -17,11 +17,12 @@ namespace tqdb::engine {
 
 class KeyFileDamaged : public platform::Fault {
  public:
-  // KeyFileName is the key file's name as opened (Windows-1252); the description is UTF-8.
-  explicit KeyFileDamaged(std::string_view KeyFileName);
+  // Path is the key file's Linux path (UTF-8, as platform::ResolvePath gives it), the way
+  // the user sees the file, not the upper-cased name of the engine command.
+  explicit KeyFileDamaged(std::string_view Path);
 };
 
 // The description of a damaged key file, UTF-8.
-std::string DamagedKeyFileText(std::string_view KeyFileName);
+std::string DamagedKeyFileText(std::string_view Path);
 
 }  // namespace tqdb::engine

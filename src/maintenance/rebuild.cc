@@ -67,17 +67,11 @@ void HoldAlone(TableState& State) {
   if (!platform::TryExclusivePresence(State.DataFileNo)) RefuseInUse(State);
 }
 
-int KeyTextLength(const TableState& State, int Key) {
-  int Length = 0;
-  for (int S = 1; S <= State.KeySegCount[Key] && S <= kMaxSegments; ++S) {
-    Length += State.KeySegLength[Key][S];
-  }
-  return Length;
-}
-
 std::vector<int> KeyLengths(const TableState& State, int Keys) {
   std::vector<int> Lengths;
-  for (int K = 1; K <= Keys; ++K) Lengths.push_back(KeyTextLength(State, K));
+  for (int K = 1; K <= Keys; ++K) {
+    Lengths.push_back(KeyFileKeyLength(State, static_cast<int16_t>(K)));
+  }
   return Lengths;
 }
 
@@ -261,9 +255,7 @@ void CloseTableFiles(TableState& State) {
 }  // namespace
 
 int RebuildKeyCount(const TableState& State) {
-  int Keys = 0;
-  while (Keys < kMaxKeys && KeyTextLength(State, Keys + 1) > 0) ++Keys;
-  return Keys;
+  return std::clamp<int>(State.KeyCount, 0, kMaxKeys);  // unused key numbers included
 }
 
 // The steps: refuse unless alone; reopen without the key file and hold the table

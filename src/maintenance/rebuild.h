@@ -33,8 +33,8 @@ namespace tqdb {
 // the table must then be opened again.
 double Rebuild(TableState& State);
 
-// The number of keys a rebuild builds: keys 1, 2, ... up to the first whose segment
-// lengths add up to 0.
+// The number of keys a rebuild builds: every key number up to KeyCount, unused ones
+// included (their entries are one blank each, see KeyFileKeyLength).
 int RebuildKeyCount(const TableState& State);
 
 }  // namespace tqdb

@@ -39,6 +39,7 @@ struct Slot {
   bool Reserved = false;
   int Fd = -1;
   std::string Name;
+  std::string Path;  // the Linux path Name was found at, for messages
   // Reads may be served from a mapping (a file on a local file system).
   bool Mappable = false;
   const uint8_t* Map = nullptr;
@@ -221,6 +222,15 @@ int FcntlLock(int Fd, short Type, off_t Start, off_t Length) {
 
 bool IsConflict(int Error) { return Error == EAGAIN || Error == EACCES; }
 
+// A write, or a write lock, on a descriptor opened for reading only (a file that may only
+// be read, see OpenDescriptor) fails with EBADF. That is no collision with another user:
+// waiting cannot help, so it is Fault 75 with a description that names the file.
+Fault ReadOnlyFault(FileNo Number) {
+  Pool& P = ThePool();
+  std::lock_guard Lock(P.Mutex);
+  return Fault(kPathFileAccess, "Solo se puede leer el archivo " + P.Slots[Number].Path);
+}
+
 // Start and length (0 = to infinity) of the 1-based inclusive range First..Last.
 void RangeOf(int64_t First, int64_t Last, off_t& Start, off_t& Length) {
   if (First < 1) throw Fault(kBadRecordNumber);
@@ -255,7 +265,8 @@ void Open(FileNo Number, std::string_view Name, OpenMode Mode) {
   if (!InRange(Number)) throw Fault(kBadFileNumber);
   Close(Number);
   int64_t Length = 0;
-  const int Fd = OpenDescriptor(ResolvePath(Name), Mode, Length);
+  std::string Path = ResolvePath(Name);
+  const int Fd = OpenDescriptor(Path, Mode, Length);
   const bool Mappable = IsLocalFileSystem(Fd);
   ++OpenCount;
   Pool& P = ThePool();
@@ -266,6 +277,7 @@ void Open(FileNo Number, std::string_view Name, OpenMode Mode) {
   S.Reserved = true;
   S.Fd = Fd;
   S.Name = std::string(Name);
+  S.Path = std::move(Path);
   S.Mappable = Mappable;
   S.KnownLength = Length;
 }
@@ -281,6 +293,7 @@ void Close(FileNo Number) {
     Fd = S.Fd;
     S.Fd = -1;
     S.Name.clear();
+    S.Path.clear();
   }
   if (Fd >= 0) {
     ++OtherCount;
@@ -360,7 +373,8 @@ void WriteAt(FileNo Number, int64_t Position, std::span<const uint8_t> Bytes) {
     if (Put < 0) {
       if (errno == EINTR) continue;
       // EBADF on an open number: the file was opened for reading only.
-      throw Fault(errno == EBADF ? kPathFileAccess : FaultNumberFromErrno(errno));
+      if (errno == EBADF) throw ReadOnlyFault(Number);
+      throw Fault(FaultNumberFromErrno(errno));
     }
     if (Put == 0) throw Fault(kDiskFull);
     Done += static_cast<size_t>(Put);
@@ -397,8 +411,8 @@ void LockRange(FileNo Number, int64_t First, int64_t Last, bool Exclusive) {
   off_t Start, Len;
   RangeOf(First, Last, Start, Len);
   const int Error = FcntlLock(Fd, Exclusive ? F_WRLCK : F_RDLCK, Start, Len);
-  // EBADF: a write lock on a file opened for reading only.
-  if (IsConflict(Error) || Error == EBADF) throw Fault(kPermissionDenied);
+  if (IsConflict(Error)) throw Fault(kPermissionDenied);
+  if (Error == EBADF) throw ReadOnlyFault(Number);
   if (Error != 0) throw Fault(FaultNumberFromErrno(Error));
 }
 
@@ -419,7 +433,7 @@ void HoldPresence(FileNo Number) {
 bool TryExclusivePresence(FileNo Number) {
   const int Error = FcntlLock(FdOf(Number), F_WRLCK, kPresenceOffset, 1);
   if (IsConflict(Error)) return false;
-  if (Error == EBADF) throw Fault(kPermissionDenied);
+  if (Error == EBADF) throw ReadOnlyFault(Number);
   if (Error != 0) throw Fault(FaultNumberFromErrno(Error));
   return true;
 }

@@ -17,7 +17,10 @@
 //
 // Every failure raises a Fault: 52 for a number that is not open or out of range,
 // 53 for a missing file opened read-only, 61 for a full disk, 70 for a lock held
-// elsewhere, 75 for other access errors, 63 for a position below 1.
+// elsewhere, 75 for other access errors, 63 for a position below 1. A file that may only
+// be read is opened for reading even in Binary mode; a write or a write lock on it is
+// then Fault 75 "Solo se puede leer el archivo " + its path, never 70: it is no lock held
+// elsewhere, and waiting for it would wait for ever.
 #pragma once
 
 #include <cstdint>
@@ -57,7 +60,8 @@ void Sync(FileNo Number);
 // Byte-range locks on open file descriptions (F_OFD_SETLK): two descriptors exclude each
 // other whether they belong to one process or two, and closing one descriptor never drops
 // another's locks. First and Last are 1-based inclusive positions; Last = kToEnd locks to
-// infinity. A range held elsewhere fails at once with Fault 70; nothing waits.
+// infinity. A range held elsewhere fails at once with Fault 70; nothing waits. A write
+// lock on a file opened for reading only fails with Fault 75.
 inline constexpr int64_t kToEnd = -1;
 void LockRange(FileNo Number, int64_t First, int64_t Last, bool Exclusive = true);
 // Unlocking a range that is not locked is harmless.

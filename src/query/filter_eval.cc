@@ -83,11 +83,16 @@ void ScanCondition(TableState& State, std::string_view Condition, RecordList& Re
   }
   const FilterCondition Parsed = ParseCondition(State, Condition);
   if (Parsed.Op == kOpNone) return;
+  // A number's key orders its stored bytes, not its value: only "=" may walk it, and
+  // later conditions are left to the narrowing step, as after a pass.
+  if (Parsed.Numeric && Parsed.Op == kOpEqual) {
+    ProgressCounter Progress(State, DataRecordCount(State));
+    if (WalkStoredNumber(State, Parsed, Records, Progress)) return;
+  }
   const int16_t Key = Parsed.Op == kOpNotEqual ? 0 : WalkableKey(State, Parsed.Field);
   const bool Equal = Parsed.Op == kOpEqual || Parsed.Op == kOpLike;
-  const std::string_view Head =
-      Parsed.Op == kOpLike ? PatternLiteralHead(Parsed.Text) : std::string_view(Parsed.Text);
-  if (Key == 0 || Parsed.Op == kOpDirectKey || (Equal && Head.empty())) {
+  // A LIKE without a literal head walks the whole key; an empty "=" value takes the pass.
+  if (Key == 0 || Parsed.Op == kOpDirectKey || (Parsed.Op == kOpEqual && Parsed.Text.empty())) {
     FilePass(State, Parsed, Records);
     return;
   }

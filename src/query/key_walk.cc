@@ -1,11 +1,18 @@
 #include "query/key_walk.h"
 
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <cstdint>
+#include <optional>
 #include <string>
 
 #include "engine/key_codec.h"
 #include "platform/codepage.h"
 #include "platform/fault.h"
 #include "query/condition_match.h"
+#include "query/like_pattern.h"
+#include "records/record_codecs.h"
 #include "table/channel.h"
 
 namespace tqdb::query {
@@ -67,12 +74,9 @@ bool RangePasses(FilterOp Op, std::string_view Segment, std::string_view Value) 
   }
 }
 
-}  // namespace
-
-int16_t WalkableKey(const TableState& State, int16_t Field) {
+// The first key (FieldKeyNo first) whose first segment is the whole of Field; 0 when none.
+int16_t KeyOverField(const TableState& State, int16_t Field) {
   if (State.Engine.KeyFileNo == 0 || Field < 1 || Field > State.NumFields) return 0;
-  const int16_t Type = State.FieldTypes[Field];
-  if (IsNumericFilterType(Type) || Type == 62 || Type == 74 || Type == 75) return 0;
   const auto Qualifies = [&](int Key) {
     return Key >= 1 && Key <= State.KeyCount && Key <= kMaxKeys && State.KeySegCount[Key] >= 1 &&
            State.KeySegField[Key][1] == Field && State.KeySegStart[Key][1] == 1 &&
@@ -86,6 +90,65 @@ int16_t WalkableKey(const TableState& State, int16_t Field) {
     if (Qualifies(Key)) return static_cast<int16_t>(Key);
   }
   return 0;
+}
+
+// The one stored form of a field of binary Type that equals Value as the file pass compares
+// them (condition_match.h); none when no stored form does, or when several do: 0 and -0
+// in floating point, V and -V for a double under ABS.
+std::optional<std::string> SoleStoredForm(const TableState& State, int16_t Type, double Value) {
+  const auto Whole = [&](double Low, double High) {
+    return Value == std::trunc(Value) && Value >= Low && Value <= High;
+  };
+  switch (Type) {
+    case 1:
+      if (!Whole(INT16_MIN, INT16_MAX)) return std::nullopt;
+      break;
+    case 4:
+      if (!Whole(INT32_MIN, INT32_MAX)) return std::nullopt;
+      break;
+    case 2:
+    case 6:
+      if (!std::isfinite(Value) || std::fabs(Value) > FLT_MAX) return std::nullopt;
+      Value = static_cast<float>(Value);  // fields are compared with the value as a single
+      if (Value == 0) return std::nullopt;
+      break;
+    default:
+      if (State.AbsMode || !std::isfinite(Value) || Value == 0) return std::nullopt;
+  }
+  return EncodeBinaryField(Type, Value);
+}
+
+// Walks the entries from the first whose key begins with Head (the first of the key when
+// Head is empty) while they do, and adds each record that satisfies every condition of
+// List, in list order (LIKE matching the upper-cased field text). Entries whose field
+// part Fits rejects are not read.
+template <typename Predicate>
+void WalkFrom(TableState& State, int16_t Key, std::string_view Head, Predicate Fits,
+              std::span<const FilterCondition> List, std::vector<int32_t>& Records,
+              ProgressCounter& Progress) {
+  Position(State, Key, Head);
+  if (State.LastError == kNotFound) Step(State, true);
+  if (State.LastError == kBeforeFirst) State.LastError = 0;
+  while (State.LastError == 0) {
+    const std::string_view KeyText = CurrentKeyText(State);
+    if (KeyText.substr(0, Head.size()) != Head) break;
+    const int32_t Record = State.EngineResult;
+    const bool All = Fits(KeyText) && std::all_of(List.begin(), List.end(), [&](const auto& Each) {
+                       return RecordMatches(State, Record, Each, true);
+                     });
+    if (All) Records.push_back(Record);
+    Progress.Tick();
+    Step(State, true);
+  }
+}
+
+}  // namespace
+
+int16_t WalkableKey(const TableState& State, int16_t Field) {
+  if (Field < 1 || Field > State.NumFields) return 0;
+  const int16_t Type = State.FieldTypes[Field];
+  if (IsNumericFilterType(Type) || Type == 62 || Type == 74 || Type == 75) return 0;
+  return KeyOverField(State, Field);
 }
 
 void WalkRange(TableState& State, int16_t Key, const FilterCondition& Condition,
@@ -119,29 +182,33 @@ void WalkEqual(TableState& State, int16_t Key, std::span<const FilterCondition> 
   const size_t Width = static_cast<size_t>(State.FieldWidth[Walked.Field]);
   const bool Like = Walked.Op == kOpLike;
   const std::string_view Head = Like ? PatternLiteralHead(Walked.Text) : Walked.Text;
-  if (Head.empty() || Head.size() > Width) return;  // a longer text is in no field
-  Position(State, Key, Head);
-  if (State.LastError == kNotFound) Step(State, true);
-  if (State.LastError == kBeforeFirst) State.LastError = 0;
-  while (State.LastError == 0) {
-    const std::string_view KeyText = CurrentKeyText(State);
-    if (KeyText.substr(0, Head.size()) != Head) break;
+  if (Head.size() > Width) return;  // a longer text is in no field
+  // The key holds the field upper-cased, as the walk matches it: the key decides alone
+  // which entries are worth reading.
+  const auto Fits = [&](std::string_view KeyText) {
     const std::string_view Segment = platform::TrimRight(KeyText.substr(0, Width));
-    const bool KeyFits = Like || Segment == Walked.Text;
-    const int32_t Record = State.EngineResult;
-    if (KeyFits) {
-      bool All = true;
-      for (const FilterCondition& Each : List) {
-        if (!RecordMatches(State, Record, Each, true)) {
-          All = false;
-          break;
-        }
-      }
-      if (All) Records.push_back(Record);
-    }
-    Progress.Tick();
-    Step(State, true);
-  }
+    return Like ? MatchesPattern(Segment, Walked.Text) : Segment == Walked.Text;
+  };
+  WalkFrom(State, Key, Head, Fits, List, Records, Progress);
+}
+
+bool WalkStoredNumber(TableState& State, const FilterCondition& Condition,
+                      std::vector<int32_t>& Records, ProgressCounter& Progress) {
+  const int16_t Key = KeyOverField(State, Condition.Field);
+  if (Key == 0 || Condition.Op != kOpEqual) return false;
+  const std::optional<std::string> Stored =
+      SoleStoredForm(State, State.FieldTypes[Condition.Field], Condition.Number);
+  if (!Stored) return false;
+  // Key texts are upper-cased whole, stored bytes too: other numbers may share the text,
+  // so every record is read and compared by its value.
+  const std::string Head = platform::UpperCase(*Stored);
+  const size_t First = Records.size();
+  WalkFrom(
+      State, Key, Head, [](std::string_view) { return true; }, std::span(&Condition, 1), Records,
+      Progress);
+  // Equal texts follow in the order of the key's later segments: record order, as a pass.
+  std::sort(Records.begin() + static_cast<std::ptrdiff_t>(First), Records.end());
+  return true;
 }
 
 void WalkDirect(TableState& State, std::string_view Text, std::vector<int32_t>& Records,

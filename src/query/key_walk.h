@@ -37,12 +37,21 @@ void WalkRange(TableState& State, int16_t Key, const FilterCondition& Condition,
                std::vector<int32_t>& Records, ProgressCounter& Progress);
 
 // "=" and LIKE: walks the entries whose key begins with the value (for LIKE the pattern's
-// literal head, which must not be empty) and adds each record that satisfies every
-// condition of List, in list order, checked on the record with LIKE matching the
-// upper-cased field text. List[0] is the walked condition itself; entries whose key
-// already rules it out are not read.
+// literal head; the whole key when the pattern begins with a wildcard) and adds each
+// record that satisfies every condition of List, in list order, checked on the record
+// with LIKE matching the upper-cased field text. List[0] is the walked condition itself;
+// entries whose key already rules it out are not read.
 void WalkEqual(TableState& State, int16_t Key, std::span<const FilterCondition> List,
                std::vector<int32_t>& Records, ProgressCounter& Progress);
+
+// "=" on a binary number whose field a key begins with: walks the entries that hold the
+// value's stored bytes and adds the records whose field equals the value, in record
+// order, which is exactly what a pass over the data file adds. False, with nothing done,
+// when the key cannot stand for the value: no such key, or no single stored form that
+// equals it (0 and -0 in floating point, a double under ABS, a value the type cannot
+// hold); the condition then takes the pass.
+bool WalkStoredNumber(TableState& State, const FilterCondition& Condition,
+                      std::vector<int32_t>& Records, ProgressCounter& Progress);
 
 // The direct form: "\" + a two-digit key number + a value. Adds every record whose key
 // text begins with the value, in key order. Raises Fault 50230 ("Error en filtro: " +

@@ -43,8 +43,19 @@ std::string FromRecord(const Layout& L, int16_t Key, std::string_view Record, bo
       Text.push_back(Inside ? Record[static_cast<size_t>(At)] : ' ');
     }
   }
+  if (L.KeySegCount[Key] == 0 && Key <= L.KeyCount) Text = " ";  // a key number left unused
   if (Upper) platform::UpperCaseInPlace(Text);
   return Text;
+}
+
+template <typename Layout>
+int KeyLengthOf(const Layout& L, int16_t Key) {
+  if (Key < 1 || Key > kMaxKeys) throw platform::Fault(platform::kSubscript);
+  int Length = 0;
+  for (int S = 1; S <= L.KeySegCount[Key] && S <= kMaxSegments; ++S) {
+    Length += L.KeySegLength[Key][S];
+  }
+  return L.KeySegCount[Key] == 0 ? 1 : Length;
 }
 
 }  // namespace
@@ -70,5 +81,9 @@ std::string KeyTextFromRecord(const Dictionary& Dict, int16_t Key, std::string_v
                               bool Upper) {
   return FromRecord(Dict, Key, Record, Upper);
 }
+
+int KeyFileKeyLength(const TableState& State, int16_t Key) { return KeyLengthOf(State, Key); }
+
+int KeyFileKeyLength(const Dictionary& Dict, int16_t Key) { return KeyLengthOf(Dict, Key); }
 
 }  // namespace tqdb

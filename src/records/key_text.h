@@ -24,11 +24,19 @@ namespace tqdb {
 std::string KeyTextFromValues(const std::vector<Variant>& Values);
 
 // The text of key Key (1..KeyCount) of a record given as its RecordLength raw bytes,
-// upper-cased when Upper is set. Segment bytes that lie beyond Record read as blanks.
-// Raises Fault 9 for a key outside 1..10 or a segment on a field outside the table.
+// upper-cased when Upper is set. Segment bytes that lie beyond Record read as blanks. A
+// key number up to KeyCount that the dictionary leaves unused (key numbers may have gaps)
+// has one blank; a key beyond KeyCount has none. Raises Fault 9 for a key outside 1..10 or a
+// segment on a field outside the table.
 std::string KeyTextFromRecord(const TableState& State, int16_t Key, std::string_view Record,
                               bool Upper);
 std::string KeyTextFromRecord(const Dictionary& Dict, int16_t Key, std::string_view Record,
                               bool Upper);
+
+// The length of key Key in the key file: the plain sum of its segment lengths, or 1 for
+// a key number the dictionary leaves unused, so that every key of the file is a sound key
+// (its entries are all one blank, in record order).
+int KeyFileKeyLength(const TableState& State, int16_t Key);
+int KeyFileKeyLength(const Dictionary& Dict, int16_t Key);
 
 }  // namespace tqdb

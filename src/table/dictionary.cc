@@ -264,7 +264,13 @@ void LoadDictionary(TableState& State, std::string_view TableName) {
   if (State.DictionaryDir.empty()) {
     State.DictionaryDir = platform::GetRegSetting("Directory", "", "");
   }
-  if (!EndsWithSeparator(State.DictionaryDir)) State.DictionaryDir += '\\';
+  // The separator the directory already uses ("/" unless it has only "\"), so that
+  // messages show it as it was written.
+  if (!EndsWithSeparator(State.DictionaryDir)) {
+    const bool Backslashes = State.DictionaryDir.find('\\') != std::string::npos &&
+                             State.DictionaryDir.find('/') == std::string::npos;
+    State.DictionaryDir += Backslashes ? '\\' : '/';
+  }
   if (State.DictExt.empty()) {
     State.DictExt = ".tqa";
     State.KeyExt = ".tqc";

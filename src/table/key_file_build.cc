@@ -16,11 +16,6 @@ namespace {
 constexpr int16_t kKeyFileNotCreated = 23;
 constexpr int32_t kKeyCreationFailed = 50228;
 
-bool HasCodeAtLeast93(std::string_view Text) {
-  return std::any_of(Text.begin(), Text.end(),
-                     [](char C) { return static_cast<uint8_t>(C) >= 93; });
-}
-
 }  // namespace
 
 std::string CommandPath(std::string_view Path) {
@@ -30,16 +25,17 @@ std::string CommandPath(std::string_view Path) {
 }
 
 int16_t BuildKeyFile(TableState& State, const std::string& KeyPath) {
-  SendCommand(State, "/C/" + CommandPath(KeyPath) + "/" + KeyShape(State) + "/A/" +
-                         platform::StrOf(State.DataFileNo));
+  // The command as sent, but for the path: messages name files as the user wrote them.
+  const std::string Tail = "/" + KeyShape(State) + "/A/" + platform::StrOf(State.DataFileNo);
+  SendCommand(State, "/C/" + CommandPath(KeyPath) + Tail);
   const int16_t Status = State.LastError;
   if (Status == kKeyFileNotCreated) {
-    const bool ShowPath = HasCodeAtLeast93(State.EngineCommand) || State.ErrorText.empty();
-    platform::ShowMessage(ShowPath ? KeyPath : platform::Utf8ToCp1252(State.ErrorText),
+    const std::string Cause = platform::Utf8ToCp1252(State.ErrorText);
+    platform::ShowMessage(Cause.empty() ? KeyPath : KeyPath + "\r\n" + Cause,
                           MessageIcon::Critical);
   } else if (Status != 0) {
     throw platform::Fault(kKeyCreationFailed, "Error indexados: " + platform::StrOf(Status) +
-                                                  platform::Cp1252ToUtf8(State.EngineCommand));
+                                                  platform::Cp1252ToUtf8("C/" + KeyPath + Tail));
   }
   return Status;
 }

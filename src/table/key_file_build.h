@@ -20,10 +20,9 @@ std::string CommandPath(std::string_view Path);
 //
 // REQUIRES: the dictionary loaded and the data file open on State.DataFileNo.
 // Status 23 (the key file cannot be created) is shown as a message (critical icon) and
-// returned: the key file path when the command holds a character of code 93 or above
-// (one that could have made it fail) or the engine left no description, else the
-// description. Any other failing status raises Fault 50228
-// "Error indexados: " + Str(status) + command.
+// returned: the key file path as the caller wrote it, then CR LF and the platform's
+// description of the failure when there is one. Any other failing status raises Fault
+// 50228 "Error indexados: " + Str(status) + the command, with the path as written.
 int16_t BuildKeyFile(TableState& State, const std::string& KeyPath);
 
 }  // namespace tqdb

@@ -142,10 +142,12 @@ void OpenRoutine(TableState& State, int OpenIndexFlag, const std::string& Explic
   const std::string KeyPath = FileBase(State) + ".tqc";
   bool Recreate = false;
   if (OpenIndexFlag == 1) {
-    SendCommand(State, "/O/" + CommandPath(KeyPath) + "/" + std::to_string(State.DataFileNo));
+    const std::string Tail = "/" + std::to_string(State.DataFileNo);
+    SendCommand(State, "/O/" + CommandPath(KeyPath) + Tail);
     if (State.LastError == kKeyFileNotOpened) {
+      // The command as the engine read it, but with the path as the user wrote it.
       platform::ShowMessage(
-          "Error indexados " + std::to_string(kKeyFileNotOpened) + "  " + State.EngineCommand,
+          "Error indexados " + std::to_string(kKeyFileNotOpened) + "  O/" + KeyPath + Tail,
           MessageIcon::Critical);
       return;
     }

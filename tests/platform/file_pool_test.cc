@@ -118,6 +118,8 @@ TEST_F(FilePoolTest, ReportsFaultsByNumber) {
   Open(N, Dir.File("t.bin"), OpenMode::ReadOnly);
   EXPECT_EQ(ReadAt(N, 1, 3), "old");
   EXPECT_EQ(FaultOf([&] { WriteAt(N, 1, std::string_view("x")); }), 75);
+  EXPECT_EQ(FaultOf([&] { LockRange(N, 1, 1); }), 75) << "not a lock held elsewhere";
+  EXPECT_EQ(FaultOf([&] { LockRange(N, 1, 1, false); }), 0);  // readers lock too
   EXPECT_EQ(FaultOf([&] { ReadAt(N, 0, 1); }), 63);
   EXPECT_EQ(FaultOf([&] { ReadAt(N, INT64_MAX, 2); }), 63);
   Open(N, Dir.File("t.bin"), OpenMode::Truncate);  // reopening closes the first

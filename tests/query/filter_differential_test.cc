@@ -45,7 +45,9 @@ TableSpec Spec() {
                   {"SALDO", 3, 8, 4},   {"CANTIDAD", 4, 4, 5}, {"PRECIO", 2, 4, 6},
                   {"CODIGO", 11, 6, 7}};
   // Key 1 spans two fields, so a walk must look at the first segment only.
-  Table.Keys = {KeySpec{{{1, 1, 10}, {7, 1, 6}}}, KeySpec{{{7, 1, 6}}}};
+  // Keys 3 and 4 lie over binary numbers: an "=" walks their stored bytes.
+  Table.Keys = {KeySpec{{{1, 1, 10}, {7, 1, 6}}}, KeySpec{{{7, 1, 6}}},
+                KeySpec{{{3, 1, 2}, {1, 1, 10}}}, KeySpec{{{6, 1, 4}}}};
   return Table;
 }
 

@@ -82,8 +82,16 @@ TEST_F(FilterTest, AFilterSelectsTheFirstRecordAndEmptyTextRemovesTheView) {
 TEST_F(FilterTest, LowerCaseDataMatchesLikeOnlyInAKeyWalk) {
   EXPECT_EQ(Sorted("NOMBRE LIKE LOP*"), (List{2, 6}));
   EXPECT_EQ(Sorted("NOMBRE = LOPEZ"), (List{2}));
-  EXPECT_EQ(Sorted("NOTA LIKE GAR*"), (List{7, 8}));   // not keyed: record 1 holds "garcia"
-  EXPECT_EQ(Sorted("NOMBRE LIKE *EZ"), (List{2, 5}));  // no literal head: a file pass
+  EXPECT_EQ(Sorted("NOTA LIKE GAR*"), (List{7, 8}));  // not keyed: record 1 holds "garcia"
+  // Without a literal head the whole key is walked: key order, upper-cased, ANDs folded in.
+  for (const char* Filter : {"NOMBRE LIKE *OPEZ", "NOMBRE LIKE ?OPEZ", "NOMBRE = *OPEZ"}) {
+    File->Filter(Filter);
+    EXPECT_EQ(View(), (List{2, 6})) << Filter;
+  }
+  File->Filter("NOMBRE LIKE *EZ");
+  EXPECT_EQ(View(), (List{2, 6, 5}));
+  File->Filter("NOMBRE LIKE *A AND NOTA LIKE GAR*");
+  EXPECT_EQ(View(), (List{1, 8}));
 }
 
 TEST_F(FilterTest, XorAbsAndTheNumberRules) {
@@ -196,19 +204,20 @@ TEST_F(FilterTest, HostileExpressionsGiveADefinedErrorOrResult) {
   EXPECT_EQ(Sorted(Long.substr(0, Long.size() - 5)), (List{1, 2, 5, 6, 8}));
 }
 
-// A table of 2600 records of 2012 bytes, where a pass over the data file costs many reads.
+// A table of 2600 records of 2016 bytes, where a pass over the data file costs many reads.
 class KeyedFilterReadsTest : public ::testing::Test {
  protected:
   void SetUp() override {
     TableSpec Table;
     Table.Description = "ANCHA";
-    Table.Fields = {{"CODIGO", 0, 8, 1}, {"RELLENO", 11, 2000, 2}, {"GRUPO", 11, 4, 3}};
-    Table.Keys = {KeySpec{{{1, 1, 8}}}};
+    Table.Fields = {
+        {"CODIGO", 0, 8, 1}, {"RELLENO", 11, 2000, 2}, {"GRUPO", 11, 4, 3}, {"NUMERO", 4, 4, 4}};
+    Table.Keys = {KeySpec{{{1, 1, 8}}}, KeySpec{{{4, 1, 4}}}};
     for (int I = 1; I <= 2600; ++I) {
       char Code[16];
       std::snprintf(Code, sizeof Code, "C%05d", I);
-      Records.push_back(
-          testing::RecordBytes(Table, {Code, std::string(2000, 'R'), I % 7 == 0 ? "G7" : "GX"}));
+      Records.push_back(testing::RecordBytes(
+          Table, {Code, std::string(2000, 'R'), I % 7 == 0 ? "G7" : "GX", I % 130}));
     }
     File = testing::OpenTable(Dir, testing::WriteTable(Dir, "ANCHA", "01", Table, Records));
   }
@@ -243,6 +252,12 @@ TEST_F(KeyedFilterReadsTest, KeyedConditionsReadOnlyTheRecordsTheirKeyRangeHolds
   // Conditions folded into an "=" walk read only the walked records.
   EXPECT_LE(ReadsOf("CODIGO = C0002* AND GRUPO = G7"), 10u + 10u + 6u);
   EXPECT_EQ(File->State().FilterList.size() - 1, 2u);  // C00021 and C00028
+  // "=" on a binary number walks its stored bytes (upper-cased in the key, so 97 meets 65
+  // there) and lists the records in file order, as the pass would.
+  EXPECT_LE(ReadsOf("NUMERO = 97"), 40u + 6u);
+  std::vector<int32_t> Expected{0};
+  for (int32_t I = 97; I <= 2600; I += 130) Expected.push_back(I);
+  EXPECT_EQ(File->State().FilterList, Expected);
 }
 
 TEST_F(KeyedFilterReadsTest, LongStepsRaiseProgressAboveTwoThousandRecords) {

@@ -5,15 +5,19 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <functional>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "engine/dispatcher_retry.h"
 #include "platform/fault.h"
 #include "platform/file_pool.h"
 #include "platform/numbers.h"
 #include "records/edit_values.h"
+#include "support/file_checks.h"
 #include "support/open_table.h"
 #include "support/temp_dir.h"
 #include "table/TQFile.h"
@@ -241,6 +245,36 @@ TEST_F(UpdateTest, ARefusedInsertWritesNothingAndASecondUpdateRetries) {
   EXPECT_EQ(T.BookMark(), 4);
   EXPECT_EQ(SeekOn(1, "HOTEL"), 4);
   EXPECT_EQ(T.Fields("CODE").ToString(), "0009");
+}
+
+// Files that may only be read (a read-only share, mode 444): the table is read as ever,
+// and every change fails at once, never waiting as for a lock held elsewhere.
+TEST_F(UpdateTest, AReadOnlyTableIsReadAndRefusesEveryChangeAtOnce) {
+  const std::string Before = Table.DataBytes();
+  const testing::ReadOnlyFiles ReadOnly(Table.Dir().Path());
+  const auto Sleep = engine::SetRetrySleep([](int32_t) { throw std::runtime_error("retried"); });
+  const std::vector<std::function<void(TQFile&)>> Changes = {
+      [](TQFile& R) { R.AddNew(), R.SetFields("NAME", "GOLF"), R.Update(); },
+      [](TQFile& R) { R.SetBookMark(1), R.Edit(), R.SetFields("NAME", "ZULU"), R.Update(); },
+      [](TQFile& R) { R.Delete(3); }, [](TQFile& R) { R.SetBookMark(2), R.AddToField("QTY", 1); }};
+  for (const auto& Change : Changes) {
+    auto R = Table.Open();
+    R->SetIndex(1);
+    EXPECT_EQ(R->SeekKey("DELTA"), 2);
+    R->Filter("NAME LIKE *O*");
+    EXPECT_EQ(R->RecordCount(), 2);
+    R->Filter("");
+    try {
+      Change(*R);
+      ADD_FAILURE() << "a read-only table was changed";
+    } catch (const TQError& Error) {
+      EXPECT_EQ(Error.Description().rfind("Solo se puede leer el archivo " + Table.Dir().Dir(), 0),
+                0u)
+          << Error.Description();
+    }
+  }
+  engine::SetRetrySleep(Sleep);
+  EXPECT_EQ(Table.DataBytes(), Before);
 }
 
 // A comma-decimal locale built for the test (the machine may have none installed).

@@ -1,10 +1,28 @@
 #include "support/file_checks.h"
 
+#include <sys/fsuid.h>
+#include <unistd.h>
 #include <zip.h>
 
 #include <memory>
 
 namespace tqdb::testing {
+
+namespace fs = std::filesystem;
+
+ReadOnlyFiles::ReadOnlyFiles(std::string Directory) : directory_(std::move(Directory)) {
+  for (const auto& Entry : fs::directory_iterator(directory_)) {
+    fs::permissions(Entry.path(), fs::perms(0444));
+  }
+  fs::permissions(directory_, fs::perms(0555));
+  if (::geteuid() == 0) ::setfsuid(65534);
+}
+
+ReadOnlyFiles::~ReadOnlyFiles() {
+  ::setfsuid(::geteuid());
+  std::error_code Ignored;
+  fs::permissions(directory_, fs::perms(0700), Ignored);
+}
 
 std::vector<std::string> FilesIn(const std::string& Directory) {
   std::vector<std::string> Names;

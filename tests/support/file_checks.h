@@ -26,6 +26,20 @@ class MessageCapture {
   std::vector<std::pair<std::string, MessageIcon>> Messages;
 };
 
+// While it lives the files of Directory may only be read, as on a read-only share: they
+// get mode 444 and the directory 555, and since the tests may run as root, whom modes do
+// not stop, the thread opens files as the user "nobody" meanwhile.
+class ReadOnlyFiles {
+ public:
+  explicit ReadOnlyFiles(std::string Directory);
+  ~ReadOnlyFiles();
+  ReadOnlyFiles(const ReadOnlyFiles&) = delete;
+  ReadOnlyFiles& operator=(const ReadOnlyFiles&) = delete;
+
+ private:
+  std::string directory_;
+};
+
 // The names of the entries of Directory, sorted; none when it does not exist.
 std::vector<std::string> FilesIn(const std::string& Directory);
 

@@ -198,7 +198,7 @@ TEST(LoadDictionaryTest, FillsTheTableStateOrLeavesItAlone) {
   TableState State;
   State.DictionaryDir = Dir.Path();  // no trailing separator
   LoadDictionary(State, "CLIEN");
-  EXPECT_EQ(State.DictionaryDir, Dir.Path() + "\\");
+  EXPECT_EQ(State.DictionaryDir, Dir.Path() + "/");  // as Linux writes it
   EXPECT_EQ(State.TableName, "CLIEN");
   EXPECT_EQ(State.TableDescripcion, "Clientes");
   EXPECT_EQ(State.RecordLength, 56);

@@ -141,6 +141,23 @@ TEST_F(OpenTableTest, AMissingOrEmptyKeyFileIsRebuiltSilently) {
     EXPECT_TRUE(Shown.Messages.empty());
     ExpectEveryKeyWalksInOrder(Table);
   }
+  // A dictionary may leave key numbers unused: keys 1 and 3 only.
+  TableSpec Gap = Clients();
+  Gap.Keys[1].Segments.clear();
+  testing::WriteDictionary(Dict.Dir(), "CLIEN", Gap);
+  for (const char* Name : {"CLIEN01.tqc", "CLIEN01.TQC"}) fs::remove(Data.File(Name));
+  TQFile Table;
+  ASSERT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 0);
+  Table.AddNew();
+  Table.SetFields("CODIGO", "999999");
+  Table.Update();
+  Table.Delete(2);
+  Records.push_back(testing::RecordBytes(Gap, {"999999", "", 0.0}));
+  Records[1] = testing::DeletedRecordBytes(Gap);
+  for (int16_t Key : {1, 3}) {
+    EXPECT_EQ(WalkForward(Table, Key), KeyOrder(Gap, Key, Records)) << "key " << Key;
+    EXPECT_EQ(WalkBackward(Table, Key), KeyOrder(Gap, Key, Records)) << "key " << Key;
+  }
 }
 
 TEST_F(OpenTableTest, AKeyFileThatCannotBeOpenedIsReportedAndNotRebuilt) {
@@ -153,10 +170,18 @@ TEST_F(OpenTableTest, AKeyFileThatCannotBeOpenedIsReportedAndNotRebuilt) {
   EXPECT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 26);
   ASSERT_EQ(Shown.Messages.size(), 1u);
   EXPECT_EQ(Shown.Messages[0].second, MessageIcon::Critical);
-  EXPECT_EQ(Shown.Messages[0].first.rfind("Error indexados 26  O/", 0), 0u)
-      << Shown.Messages[0].first;
-  EXPECT_NE(Shown.Messages[0].first.find("CLIEN01.TQC"), std::string::npos);
+  EXPECT_EQ(Shown.Messages[0].first, "Error indexados 26  O/" + Data.File("CLIEN01.tqc") + "/" +
+                                         std::to_string(Table.DataFileNo()));
   EXPECT_TRUE(Progress.empty());
+  // An empty key file that may only be read cannot be created again: status 23.
+  fs::remove(Data.File("CLIEN01.tqc"));
+  Data.Write("CLIEN01.tqc", "");
+  fs::permissions(Dict.Path(), fs::perms(0755));
+  const testing::ReadOnlyFiles ReadOnly(Data.Path());
+  EXPECT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 23);
+  ASSERT_EQ(Shown.Messages.size(), 2u);
+  EXPECT_EQ(Shown.Messages[1].first, Data.File("CLIEN01.tqc") + "\r\nPermiso denegado");
+  EXPECT_EQ(Shown.Messages[1].second, MessageIcon::Critical);
 }
 
 TEST_F(OpenTableTest, WithoutATableDirectoryTheSettingNamesTheDictionaryDirectory) {
@@ -182,7 +207,9 @@ TEST_F(OpenTableTest, AnEmptyOrMissingDataFileOpensEmpty) {
 }
 
 TEST_F(OpenTableTest, AMissingDictionaryIsReportedAndLeftBehindEmpty) {
-  for (const std::string& Where : {Dict.Dir(), Dict.Dir() + "no/such/"}) {
+  // A directory given without its last "/" is shown with it, as Linux writes it.
+  for (const auto& [Where, Shows] : {std::pair{Dict.Dir(), Dict.Dir()},
+                                     std::pair{Dict.Dir() + "no/such", Dict.Dir() + "no/such/"}}) {
     MessageCapture Shown;
     TQFile Table;
     try {
@@ -190,12 +217,12 @@ TEST_F(OpenTableTest, AMissingDictionaryIsReportedAndLeftBehindEmpty) {
       ADD_FAILURE() << "opened a table without a dictionary";
     } catch (const TQError& E) {
       EXPECT_EQ(E.Number(), 50999);
-      EXPECT_EQ(E.Description(), "La tabla CLIEN no existe en la ruta: " + Where);
+      EXPECT_EQ(E.Description(), "La tabla CLIEN no existe en la ruta: " + Shows);
     }
     ASSERT_EQ(Shown.Messages.size(), 1u);
     EXPECT_EQ(Shown.Messages[0].second, MessageIcon::Critical);
     EXPECT_EQ(Shown.Messages[0].first,
-              "La tabla para la base de datos no existe:\r\n" + Where + "CLIEN.tqa");
+              "La tabla para la base de datos no existe:\r\n" + Shows + "CLIEN.tqa");
   }
   EXPECT_TRUE(fs::exists(Dict.File("CLIEN.tqa")));
   EXPECT_EQ(fs::file_size(Dict.File("CLIEN.tqa")), 0u);
