@@ -261,6 +261,8 @@ TEST_F(UpdateTest, AReadOnlyTableIsReadAndRefusesEveryChangeAtOnce) {
     auto R = Table.Open();
     R->SetIndex(1);
     EXPECT_EQ(R->SeekKey("DELTA"), 2);
+    R->MoveNext();
+    EXPECT_EQ(R->BookMark(), 3);
     R->Filter("NAME LIKE *O*");
     EXPECT_EQ(R->RecordCount(), 2);
     R->Filter("");
