@@ -159,6 +159,7 @@ void CreateKeyFile(EngineState& Engine, int16_t /*FileNo*/, const std::string& B
   try {
     CreateEmptyKeyFile(KeyPath, Lengths);
   } catch (const Fault& Failure) {
+    if (Failure.Number() == platform::kInvalidCall) throw;  // lengths no key file can hold
     throw KeyFileNotCreated(Failure);
   }
   OpenKeyFile(Engine, KeyPath);
