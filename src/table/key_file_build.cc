@@ -16,6 +16,13 @@ namespace {
 constexpr int16_t kKeyFileNotCreated = 23;
 constexpr int32_t kKeyCreationFailed = 50228;
 
+// A command text holding a character of code 93 or more (after upper-casing: "_", "]", an
+// accented letter...) names its key file in the message instead of the fault's description.
+bool HasCodeAtLeast93(std::string_view Text) {
+  return std::any_of(Text.begin(), Text.end(),
+                     [](char C) { return static_cast<uint8_t>(C) >= 93; });
+}
+
 }  // namespace
 
 std::string CommandPath(std::string_view Path) {
@@ -31,8 +38,8 @@ int16_t BuildKeyFile(TableState& State, const std::string& KeyPath) {
   const int16_t Status = State.LastError;
   if (Status == kKeyFileNotCreated) {
     const std::string Cause = platform::Utf8ToCp1252(State.ErrorText);
-    platform::ShowMessage(Cause.empty() ? KeyPath : KeyPath + "\r\n" + Cause,
-                          MessageIcon::Critical);
+    const bool ShowPath = HasCodeAtLeast93(State.EngineCommand) || Cause.empty();
+    platform::ShowMessage(ShowPath ? KeyPath : Cause, MessageIcon::Critical);
   } else if (Status != 0) {
     throw platform::Fault(kKeyCreationFailed, "Error indexados: " + platform::StrOf(Status) +
                                                   platform::Cp1252ToUtf8("C/" + KeyPath + Tail));

@@ -180,7 +180,8 @@ TEST_F(OpenTableTest, AKeyFileThatCannotBeOpenedIsReportedAndNotRebuilt) {
   const testing::ReadOnlyFiles ReadOnly(Data.Path());
   EXPECT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 23);
   ASSERT_EQ(Shown.Messages.size(), 2u);
-  EXPECT_EQ(Shown.Messages[1].first, Data.File("CLIEN01.tqc") + "\r\nPermiso denegado");
+  // The upper-cased command holds no character of code 93 or more: the fault is shown, not the path.
+  EXPECT_EQ(Shown.Messages[1].first, "Permiso denegado");
   EXPECT_EQ(Shown.Messages[1].second, MessageIcon::Critical);
 }
 
