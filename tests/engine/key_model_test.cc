@@ -14,21 +14,13 @@
 
 #include "engine/record_allocator.h"
 #include "engine_fixture.h"
-#include "platform/codepage.h"
 #include "platform/fault.h"
 
 namespace tqdb::testing {
 namespace {
 
-struct Entry {
-  std::string Text;
-  int32_t Record = 0;
-};
-
-bool Less(const Entry& A, const Entry& B) {
-  const int Order = platform::CompareText(A.Text, B.Text);
-  return Order < 0 || (Order == 0 && A.Record < B.Record);
-}
+using Entry = engine::KeyEntry;
+constexpr auto Less = KeyLess;
 
 // What the table should hold: live records with their key texts, and the deleted-record
 // stack.
@@ -51,16 +43,6 @@ struct Model {
     return Out;
   }
 };
-
-// Characters that upper-casing leaves alone, in an order that differs from byte order
-// ("€" 0x80 sorts after "Ñ" 0xD1), and the separator itself.
-constexpr char kAlphabet[] = {' ', '0', '7', 'A', 'B', 'Z', '\\', '\x80', '\xD1', '\x9F'};
-
-std::string RandomText(std::mt19937& Random, size_t Length) {
-  std::string Text;
-  for (size_t I = 0; I < Length; ++I) Text += kAlphabet[Random() % sizeof(kAlphabet)];
-  return Text;
-}
 
 struct Plan {
   std::vector<int> Lengths;
