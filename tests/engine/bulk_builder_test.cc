@@ -120,7 +120,7 @@ TEST(BulkShapeTest, NodesAreFilledEvenlyUnderTheRootInPlaceAndPackedOnlyWhenTooD
   EXPECT_EQ(engine::BulkFill(3), 2);
   EXPECT_EQ(engine::BulkDepth(256, 2), 8);
   EXPECT_EQ(engine::BulkDepth(257, 2), 9);
-  EXPECT_EQ(engine::BulkFillFor(9, 1000), 7);
+  EXPECT_EQ(engine::BulkFillFor(9, 1000000), 7);  // exactly eight levels
   EXPECT_EQ(engine::BulkFillFor(9, 7000000), 8);
   EngineFile Sixty({60});
   const int32_t Root = Sixty.Engine.RootPos[1];

@@ -63,13 +63,10 @@ TEST(Dispatcher, ResultIsZeroAfterTheLettersThatReturnNothing) {
 TEST(Dispatcher, FaultsBecomeStatuses) {
   EngineFile File({4});
   File.Insert({"A"});
-  for (const auto& [Command, Status] : std::vector<std::pair<std::string, int>>{{"F\\11\\1", 105},
-                                                                                {"F\\2\\1", 101},
-                                                                                {"F\\0\\1", 101},
-                                                                                {"K", 0},
-                                                                                {"F\\1\\1", 100},
-                                                                                {"I\\1\\A", 100},
-                                                                                {"U", 100}}) {
+  const std::vector<std::pair<std::string, int>> Cases = {
+      {"F\\11\\1", 105}, {"F\\2\\1", 101}, {"F\\0\\1", 101}, {"R\\2\\1\\1\\AAAA\\BBBB", 105},
+      {"K", 0},          {"F\\1\\1", 100}, {"I\\1\\A", 100}, {"U", 100}};
+  for (const auto& [Command, Status] : Cases) {
     File.Run(Command);
     EXPECT_EQ(File.Status, Status) << Command;
   }
@@ -100,10 +97,11 @@ TEST(Dispatcher, FullLengthKeyTextsMayHoldTheSeparator) {
 // lets go of the byte after a given number.
 struct BusyHolder {
   static inline platform::FileNo Number = 0;
+  static inline size_t ReleaseAfter = 2010;
   static inline std::vector<int32_t> Pauses;
   static void Sleep(int32_t Milliseconds) {
     Pauses.push_back(Milliseconds);
-    if (Pauses.size() == 2010) platform::UnlockRange(Number, 1, 1);
+    if (Pauses.size() == ReleaseAfter) platform::UnlockRange(Number, 1, 1);
   }
 };
 
@@ -141,6 +139,24 @@ TEST(Dispatcher, TheKeyFileLockIsReleasedOnEveryWayOutAndABusyOneIsRetried) {
   EXPECT_EQ(Shown[0].first,
             platform::FaultDescription(platform::kPermissionDenied) + "\r\nfabs_emulate");
   EXPECT_EQ(Shown[0].second, MessageIcon::Exclamation);
+}
+
+// N and P take the read lock only when they step out of the leaf in the buffer: a walk
+// over two leaves of a key of length 1 waits once, at the step between them.
+TEST(Dispatcher, StepsWithinALeafTakeNoLock) {
+  EngineFile File({1});
+  for (int I = 0; I < 250; ++I) File.Insert({"A"});
+  BusyHolder::Number = platform::TakeFreeNumber();
+  platform::Open(BusyHolder::Number, File.Path());
+  File.Run("F\\1\\1");
+  platform::LockRange(BusyHolder::Number, 1, 1);
+  BusyHolder::Pauses.clear();
+  BusyHolder::ReleaseAfter = 3;
+  const engine::RetrySleepFunction Previous = engine::SetRetrySleep(&BusyHolder::Sleep);
+  for (int I = 1; I < 250; ++I) EXPECT_EQ(File.Run("N\\1"), I + 1);
+  engine::SetRetrySleep(Previous);
+  platform::ReleaseNumber(BusyHolder::Number);
+  EXPECT_EQ(BusyHolder::Pauses.size(), 3u);
 }
 
 }  // namespace
