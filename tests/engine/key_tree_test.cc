@@ -1,6 +1,8 @@
 // The key file's layout, pages and trees where the randomized model test cannot look:
 // the bytes of a new file, where nodes split, the depth limit, the deleted-record pages,
-// entries hidden in record numbers, and the tree checker's findings.
+// entries hidden in record numbers, the tree checker's findings, and damaged files: every
+// command that meets the damage ends with status 105 and the "estropeado" description,
+// without a crash or a hang, and leaves the key file unlocked.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -262,6 +264,66 @@ TEST(TreeChecker, NamesEachKindOfDamage) {
   }
   EXPECT_FALSE(engine::CheckKeyTree(File.Engine, 2).empty());  // not in the file
   EXPECT_TRUE(engine::ListKeyEntries(File.Engine, 0).empty());
+}
+
+TEST(DamagedKeyFile, EveryCommandThatMeetsTheDamageFailsAsDamaged) {
+  EngineFile File({10});  // a two-level tree of key length 10 (72 entries per node)
+  for (int I = 0; I < 500; ++I) File.Insert({"K" + std::to_string(1000 + I)});
+  const int32_t Root = File.Engine.RootPos[1];
+  const std::string Sound = File.FileBytes(), Open = "/O/" + CommandPath(File.Path()) + "/1";
+  const std::string Expected =
+      "Archivo \r\n" + platform::Cp1252ToUtf8(platform::UpperCase(CommandPath(File.Path()))) +
+      "\r\nestropeado... debe recrear índices";
+  const std::vector<std::string> Tree = {"F\\1\\1", "G\\1\\1\\K", "I\\1\\A", "D\\1\\Y\\1\\K1000"};
+  struct Damage {
+    int64_t Position;  // 0: the file cut there
+    std::string Bytes;
+    std::vector<std::string> Commands;  // each run on the file reopened; none: the open fails
+  };
+  for (const Damage& D : std::vector<Damage>{
+           {2, Int16ToBytes(512), {}},       // node size
+           {16, std::string(1, '\0'), {}},   // key length 0
+           {17, Int32ToBytes(1 << 30), {}},  // root outside the file
+           {1, std::string(1, '\x0B'), {}},  // eleven keys
+           {0,
+            Sound.substr(0, 20 + 3 * 1024 + 100),
+            {"L\\1\\1", "S\\1\\1\\K1499     ", "I\\1\\K9999"}},
+           {Root + 1, Int16ToBytes(500), Tree},  // a count beyond the capacity
+           {Root + 1, Int16ToBytes(-3), {"G\\1\\1\\K"}},
+           {File.ValueAt(Root, 10, 0), std::string(1, '\x07'), {"F\\1\\1"}},  // no known kind
+           // Children past the end, off a page, negative, and the root itself (a cycle,
+           // caught by the depth of the level buffers; damage is not retried).
+           {Root + 13, Int32ToBytes(99999999), Tree},
+           {Root + 13, Int32ToBytes(Root + 100), Tree},
+           {Root + 13, Int32ToBytes(-5), Tree},
+           {Root + 13, Int32ToBytes(Root), Tree}}) {
+    File.SetFileBytes(Sound);
+    if (D.Position == 0) {
+      File.SetFileBytes(D.Bytes);
+    } else {
+      File.PokeBytes(D.Position, D.Bytes);
+    }
+    for (const std::string& Command :
+         D.Commands.empty() ? std::vector<std::string>{Open} : D.Commands) {
+      if (!D.Commands.empty()) File.Open();
+      File.Run(Command);
+      EXPECT_EQ(File.Status, 105) << D.Position << " " << Command;
+      EXPECT_EQ(File.ErrorText, Expected) << D.Position << " " << Command;
+    }
+    EXPECT_TRUE(!D.Commands.empty() || File.Engine.KeyFileNo == 0);
+    const platform::FileNo Other = platform::TakeFreeNumber();
+    platform::Open(Other, File.Path());
+    EXPECT_NO_THROW(platform::LockRange(Other, 1, 1)) << D.Position;
+    platform::ReleaseNumber(Other);
+  }
+  File.SetFileBytes(Sound.substr(0, 20 + 3 * 1024 + 100));  // found on the way by N
+  File.Open();
+  File.Run("F\\1\\1");
+  for (int Steps = 0; File.Status == 0 && Steps < 1000; ++Steps) File.Run("N\\1");
+  EXPECT_EQ(File.ErrorText, Expected);
+  File.SetFileBytes("");
+  File.Run(Open);
+  EXPECT_EQ(File.Status, 22);  // an empty file is no key file at all
 }
 
 }  // namespace

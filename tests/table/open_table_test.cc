@@ -105,6 +105,12 @@ TEST_F(OpenTableTest, OpensATableWrittenByteByByteAndWalksEveryKey) {
   EXPECT_EQ(Table.DataFileNo(), Number);
   ExpectEveryKeyWalksInOrder(Table);
   EXPECT_TRUE(Shown.Messages.empty());
+  Table.SetBookMark(7);
+  Table.SetPosition(3);  // without a filter nothing changes
+  EXPECT_EQ(Table.Position(), 7);
+  Table.Edit();
+  Table.SetKField(2, 0, Variant("NUEVO"));  // field id 2: Nombre
+  EXPECT_EQ(Table.KField(2).ToString().substr(0, 5), "NUEVO");
 }
 
 // Empty first (a rebuild writes "CLIEN01.TQC"), then missing, then missing with the
