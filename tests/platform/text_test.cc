@@ -220,7 +220,9 @@ TEST(Messages, ReachTheSinkAsUtf8AndFaultsCarrySpanishDescriptions) {
   SetMessageSink([](const std::string&, MessageIcon) { throw std::runtime_error("sink"); });
   EXPECT_NO_THROW(ShowMessage("x"));  // a throwing sink is harmless
   SetMessageSink(nullptr);            // back to stderr
-  EXPECT_NO_THROW(ShowMessage("to stderr", MessageIcon::Exclamation));
+  ::testing::internal::CaptureStderr();
+  ShowMessage("to stderr", MessageIcon::Exclamation);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "tqdb: aviso: to stderr\n");
   const Fault F(53, "", "OpenFile");
   EXPECT_EQ(F.Description(), "No se encontró el archivo");
   EXPECT_STREQ(F.what(), "No se encontró el archivo");

@@ -111,6 +111,9 @@ TEST_F(OpenTableTest, OpensATableWrittenByteByByteAndWalksEveryKey) {
   Table.Edit();
   Table.SetKField(2, 0, Variant("NUEVO"));  // field id 2: Nombre
   EXPECT_EQ(Table.KField(2).ToString().substr(0, 5), "NUEVO");
+  EXPECT_EQ(Table.GetKeyField(3), 3);  // the field of id 3
+  Table.SetFieldType(1, 11);
+  EXPECT_EQ(Table.FieldType(1), 11);
 }
 
 // Empty first (a rebuild writes "CLIEN01.TQC"), then missing, then missing with the
