@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/key_file_damage.h"
 #include "engine_fixture.h"
 #include "platform/fault.h"
 
@@ -99,6 +100,8 @@ TEST(BulkMisuseTest, RefusesDisorderUsedKeysTooDeepTreesAndShortRecordCounts) {
   engine::KeyBulkBuilder Again(File.Engine);
   EXPECT_THROW(Again.BeginKey(1), platform::Fault);  // the key holds entries
   EXPECT_THROW(Again.BeginKey(2), platform::Fault);  // not in the file
+  File.SetFileBytes(File.FileBytes() + "x");         // a fragment after the last page
+  EXPECT_THROW(engine::KeyBulkBuilder Damaged(File.Engine), engine::KeyFileDamaged);
 
   EngineFile Long({255});
   engine::KeyBulkBuilder Counted(Long.Engine);

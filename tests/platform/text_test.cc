@@ -105,6 +105,7 @@ TEST(Numbers, ValReadsTheLeadingNumber) {
            {"1.5E3", 1500},
            {"2d-2", 0.02},
            {"&h1fzz", 31},
+           {"&ha", 10},
            {"&HFFFF", -1},
            {"&HFFFFFFFF", -1},
            {"1E999", std::numeric_limits<double>::infinity()},
