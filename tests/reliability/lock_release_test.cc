@@ -1,46 +1,35 @@
-// A failed operation leaves nothing locked: after each failure below, another open of the
-// table's files, in this process and in a forked one, can lock every byte range a record,
-// field, key-file or image lock could have covered. Each failure also reaches the caller
-// as the system's own error, with its number and Spanish description.
+// A failed operation leaves nothing locked: afterwards another open of the table's files, in
+// this process and in a forked one, can lock every byte range a record, field, key-file or
+// image lock could have covered. Each failure reaches the caller as the system's own error.
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <chrono>
-#include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "platform/fault.h"
 #include "platform/file_pool.h"
 #include "support/child_process.h"
 #include "support/reliability_tables.h"
 #include "support/scoped_env.h"
-#include "support/table_writer.h"
-#include "support/temp_dir.h"
-#include "table/TQError.h"
-#include "table/TQFile.h"
 
 namespace tqdb::testing {
 namespace {
 
-// Everything below the presence byte that every open table holds shared.
-constexpr int64_t kAllRanges = int64_t{1} << 62;
-
-// The files of Dir whose every range another open file description cannot lock at once,
-// separated by blanks ("" when all can be locked). Files that do not exist are skipped.
+// The files of Dir that another open file description cannot lock whole at once (everything
+// below the presence byte that every open table holds shared), separated by blanks.
 std::string LockedFiles(const TempDir& Dir) {
   std::string Locked;
   for (const auto& Entry : std::filesystem::directory_iterator(Dir.Path())) {
-    const std::string Path = Entry.path().string();
     const platform::FileNo Number = platform::TakeFreeNumber();
     try {
-      platform::Open(Number, Path, platform::OpenMode::Binary);
-      platform::LockRange(Number, 1, kAllRanges, true);
-      platform::UnlockRange(Number, 1, kAllRanges);
+      platform::Open(Number, Entry.path().string(), platform::OpenMode::Binary);
+      platform::LockRange(Number, 1, int64_t{1} << 62, true);
+      platform::UnlockRange(Number, 1, int64_t{1} << 62);
     } catch (const platform::Fault&) {
       Locked += " " + Entry.path().filename().string();
     }
@@ -49,8 +38,8 @@ std::string LockedFiles(const TempDir& Dir) {
   return Locked;
 }
 
-// LockedFiles, asked by a forked process.
-std::string LockedFilesSeenByAnotherProcess(const TempDir& Dir) {
+// LockedFiles, here and as a forked process sees them.
+std::string LockedHereOrElsewhere(const TempDir& Dir) {
   const std::string Report = Dir.Path() + ".locked";
   ChildProcess Child([&] {
     std::ofstream(Report) << LockedFiles(Dir);
@@ -58,9 +47,10 @@ std::string LockedFilesSeenByAnotherProcess(const TempDir& Dir) {
   });
   Child.Wait(std::chrono::seconds(30));
   std::ifstream In(Report);
-  std::string Locked((std::istreambuf_iterator<char>(In)), std::istreambuf_iterator<char>());
+  const std::string Elsewhere((std::istreambuf_iterator<char>(In)),
+                              std::istreambuf_iterator<char>());
   std::filesystem::remove(Report);
-  return Child.Succeeded() ? Locked : "child " + Child.Outcome();
+  return LockedFiles(Dir) + (Child.Succeeded() ? Elsewhere : " child " + Child.Outcome());
 }
 
 void WriteBytes(const std::string& Path, int64_t Offset, const std::string& Bytes) {
@@ -71,186 +61,147 @@ void WriteBytes(const std::string& Path, int64_t Offset, const std::string& Byte
 
 class LockReleaseTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    WriteReliabilityTables(dir_, 40, 3);
-    movim_.OpenFile(dir_.File("MOVIM01"), dir_.Dir());
-    cuent_.OpenFile(dir_.File("CUENT01"), dir_.Dir());
+  LockReleaseTest() {
+    WriteReliabilityTables(Dir, 40, 3);
+    Movim.OpenFile(Dir.File("MOVIM01"), Dir.Dir());
+    Cuent.OpenFile(Dir.File("CUENT01"), Dir.Dir());
+    Movim.SetIndex(1);
+    Cuent.SetIndex(1);
   }
-
-  // Runs Work, which must fail with a TQError numbered Number; then nothing may be locked.
-  template <typename F>
-  void ExpectFailsAndReleases(int32_t Number, F&& Work) {
+  // Seeks movement I and returns the offset of its record in the data file.
+  int64_t MovementAt(int I) {
+    const int32_t Record = Movim.SeekKey(Variant(BaseClave(I)));
+    EXPECT_GT(Record, 0);
+    return int64_t{Record - 1} * RecordLengthOf(MovementSpec());
+  }
+  void ExpectFails(int32_t Number, const std::string& Description,
+                   const std::function<void()>& Work) {
     try {
       Work();
       ADD_FAILURE() << "no error raised";
     } catch (const TQError& Error) {
       EXPECT_EQ(Error.Number(), Number) << Error.Description();
-      EXPECT_FALSE(Error.Description().empty());
+      EXPECT_NE(Error.Description(), "");
+      if (!Description.empty()) {
+        EXPECT_EQ(Error.Description(), Description);
+      }
     }
-    EXPECT_EQ(LockedFiles(dir_), "");
-    EXPECT_EQ(LockedFilesSeenByAnotherProcess(dir_), "");
   }
 
-  std::string DataFile(const std::string& Table) const { return dir_.File(Table + "01.tqd"); }
-  int64_t RecordOffset(const TableSpec& Spec, int32_t Record) const {
-    return int64_t{Record - 1} * RecordLengthOf(Spec);
-  }
-
-  TempDir dir_;
-  TQFile movim_;
-  TQFile cuent_;
+  TempDir Dir, Audit;
+  ScopedEnv Archive{"TMPDIR", Audit.Path().c_str()};
+  TQFile Movim, Cuent;
 };
 
-TEST_F(LockReleaseTest, DeleteRefusedByTheKeysReleasesTheRecord) {
-  movim_.SetIndex(1);
-  const int32_t Record = movim_.SeekKey(Variant("MBASE0007"));
-  ASSERT_GT(Record, 0);
-  // Behind the table's back the record's key field changes: its keys are not found.
-  WriteBytes(DataFile("MOVIM"), RecordOffset(MovementSpec(), Record), "OTRA CLAVE");
-  ExpectFailsAndReleases(50220, [&] { movim_.Delete(Record); });
+TEST_F(LockReleaseTest, FailedOperationsReleaseEveryLock) {
+  struct Case {
+    const char* Name;
+    int32_t Number;
+    std::function<void()> Prepare, Work;
+  };
+  const std::string Data = Dir.File("MOVIM01.tqd");
+  std::unique_ptr<TQFile> Other;
+  const Case Cases[] = {
+      // The record's key field changes behind the table's back: its keys are not found.
+      {"Delete refused by the keys", 50220, [&] { WriteBytes(Data, MovementAt(7), "OTRA CLAVE"); },
+       [&] { Movim.Delete(Movim.BookMark()); }},
+      {"AddToField overflow", 6,
+       [&] {
+         Cuent.SeekKey(Variant(BaseAccountCode(2)));
+         Cuent.AddToField("UNIDADES", 32767);
+       },
+       [&] { Cuent.AddToField("UNIDADES", 1); }},
+      {"AddToField without a current record", 63, [&] { Cuent.SeekKey(Variant("NO EXISTE")); },
+       [&] { Cuent.AddToField("SALDO", 1); }},
+      // The ESTADO on disk is not the one the key file holds: the R command finds no entry.
+      {"Edit whose key is not found", 55000,
+       [&] {
+         const int64_t At = MovementAt(10);
+         Movim.Edit();
+         Movim.SetFields("ESTADO", "NUEVO");
+         WriteBytes(Data, At + 10, "XXXXXX");
+       },
+       [&] { Movim.Update(); }},
+      {"Rebuild while in use", 70,
+       [&] {
+         Other = std::make_unique<TQFile>();
+         Other->OpenFile(Dir.File("MOVIM01"), Dir.Dir());
+       },
+       [&] { Movim.Rebuild(); }},
+      // Every page's count set beyond its capacity: the insertion meets a damaged node.
+      {"AddNew on a damaged key file", 55000,
+       [&] {
+         Movim.CloseDB();
+         const std::string Key = FindFile(Dir, "MOVIM01.TQC");
+         for (int64_t Page = 25; Page + 3 <= int64_t(std::filesystem::file_size(Key)); Page += 1024)
+           WriteBytes(Key, Page + 1, "\xFF\x7F");
+         Movim.OpenFile(Dir.File("MOVIM01"), Dir.Dir());
+       },
+       [&] {
+         Movim.AddNew();
+         Movim.SetFields("CLAVE", "MNUEVO");
+         Movim.Update();
+       }},
+  };
+  for (const Case& C : Cases) {
+    SCOPED_TRACE(C.Name);
+    C.Prepare();
+    ExpectFails(
+        C.Number,
+        C.Number == 70 ? "No se puede Rebuild si el archivo está en uso por otro usuario" : "",
+        C.Work);
+    Other.reset();
+    EXPECT_EQ(LockedHereOrElsewhere(Dir), "");
+  }
+  Cuent.SeekKey(Variant(BaseAccountCode(2)));
+  EXPECT_EQ(Cuent.Fields("UNIDADES").ToDouble(), 32767);
 }
 
 TEST_F(LockReleaseTest, DeleteOfARecordLockedElsewhereReleasesNothingItDidNotTake) {
-  movim_.SetIndex(1);
-  const int32_t Record = movim_.SeekKey(Variant("MBASE0008"));
-  ASSERT_GT(Record, 0);
-  auto Other = std::make_unique<TQFile>();
-  Other->OpenFile(dir_.File("MOVIM01"), dir_.Dir());
-  Other->SetIndex(1);
-  ASSERT_EQ(Other->SeekKey(Variant("MBASE0008")), Record);
-  Other->AddToField("IMPORTE", 0);  // takes and releases the field's lock
-  {
-    // Another table object holds the record's lock while this one tries to delete it.
-    const platform::FileNo Holder = platform::TakeFreeNumber();
-    platform::Open(Holder, DataFile("MOVIM"));
-    platform::LockRange(Holder, RecordOffset(MovementSpec(), Record) + 1,
-                        RecordOffset(MovementSpec(), Record + 1));
-    try {
-      movim_.Delete(Record);
-      ADD_FAILURE() << "no error raised";
-    } catch (const TQError& Error) {
-      EXPECT_EQ(Error.Number(), 70);
-    }
-    platform::ReleaseNumber(Holder);
-  }
-  EXPECT_EQ(LockedFiles(dir_), "");
-  movim_.Delete(Record);  // the record is whole and can be deleted now
-  EXPECT_EQ(movim_.SeekKey(Variant("MBASE0008")), 0);
+  const int64_t At = MovementAt(8);
+  const platform::FileNo Holder = platform::TakeFreeNumber();
+  platform::Open(Holder, Dir.File("MOVIM01.tqd"));
+  platform::LockRange(Holder, At + 1, At + RecordLengthOf(MovementSpec()));
+  ExpectFails(70, "", [&] { Movim.Delete(Movim.BookMark()); });
+  platform::ReleaseNumber(Holder);
+  EXPECT_EQ(LockedFiles(Dir), "");
+  Movim.Delete(Movim.BookMark());  // the record is whole and can be deleted now
+  EXPECT_EQ(Movim.SeekKey(Variant(BaseClave(8))), 0);
 }
 
-TEST_F(LockReleaseTest, AddToFieldOverflowReleasesTheField) {
-  cuent_.SetIndex(1);
-  ASSERT_GT(cuent_.SeekKey(Variant(BaseAccountCode(2))), 0);
-  cuent_.AddToField("UNIDADES", 32767);
-  ExpectFailsAndReleases(6, [&] { cuent_.AddToField("UNIDADES", 1); });
-  EXPECT_EQ(cuent_.Fields("UNIDADES").ToDouble(), 32767);
-}
-
-TEST_F(LockReleaseTest, AddToFieldWithoutACurrentRecordLocksNothing) {
-  cuent_.SetIndex(1);
-  cuent_.SeekKey(Variant("NO EXISTE"));
-  ExpectFailsAndReleases(63, [&] { cuent_.AddToField("SALDO", 1); });
-}
-
-TEST_F(LockReleaseTest, EditWhoseKeyIsNotFoundReleasesTheKeyFile) {
-  movim_.SetIndex(1);
-  const int32_t Record = movim_.SeekKey(Variant("MBASE0010"));
-  ASSERT_GT(Record, 0);
-  movim_.Edit();
-  movim_.SetFields("ESTADO", "NUEVO");
-  // The ESTADO on disk is not the one the key file holds: the R command finds no entry.
-  WriteBytes(DataFile("MOVIM"), RecordOffset(MovementSpec(), Record) + 10, "XXXXXX");
-  ExpectFailsAndReleases(55000, [&] { movim_.Update(); });
-}
-
-TEST_F(LockReleaseTest, AddNewOnADamagedKeyFileReleasesTheKeyFile) {
-  movim_.CloseDB();
-  // Every page's count set beyond its capacity: the insertion meets a damaged node.
-  std::string Key;
-  std::string KeyPath;
-  for (const auto& Entry : std::filesystem::directory_iterator(dir_.Path())) {
-    if (Entry.path().extension() == ".TQC" &&
-        Entry.path().filename().string().starts_with("MOVIM")) {
-      KeyPath = Entry.path().string();
-    }
-  }
-  ASSERT_FALSE(KeyPath.empty());
-  const int64_t First = 15 + 5 * 2;
-  const auto Size = static_cast<int64_t>(std::filesystem::file_size(KeyPath));
-  for (int64_t Page = First; Page + 3 <= Size; Page += 1024)
-    WriteBytes(KeyPath, Page + 1, "\xFF\x7F");
-  movim_.OpenFile(dir_.File("MOVIM01"), dir_.Dir());
-  ExpectFailsAndReleases(55000, [&] {
-    movim_.AddNew();
-    movim_.SetFields("CLAVE", "MNUEVO");
-    movim_.Update();
-  });
-}
-
-TEST_F(LockReleaseTest, RebuildRefusedWhileInUseLeavesNothingLocked) {
-  auto Other = std::make_unique<TQFile>();
-  Other->OpenFile(dir_.File("MOVIM01"), dir_.Dir());
-  TempDir Archive;
-  const ScopedEnv Env("TMPDIR", Archive.Path().c_str());
-  try {
-    movim_.Rebuild();
-    ADD_FAILURE() << "no error raised";
-  } catch (const TQError& Error) {
-    EXPECT_EQ(Error.Number(), 70) << Error.Description();
-    EXPECT_EQ(Error.Description(),
-              "No se puede Rebuild si el archivo está en uso por otro usuario");
-  }
-  Other.reset();
-  EXPECT_EQ(LockedFiles(dir_), "");
-  EXPECT_EQ(LockedFilesSeenByAnotherProcess(dir_), "");
-}
-
-// Two users saving images at once: the second waits for the first to finish appending to
-// the image file instead of failing half-way through its Update (which would leave a new
-// record without its image, and a retried Update would add the record twice).
+// Two users saving images at once: the second waits for the first to finish appending to the
+// image file instead of failing half-way through its Update.
 TEST_F(LockReleaseTest, ImageWriteWaitsForAnotherWriterAndReleasesEverything) {
-  TableSpec Spec;
-  Spec.Description = "FOTOS";
-  Spec.Fields = {{"CODIGO", 0, 8}, {"FOTO", 62, 4}};
-  Spec.Keys = {KeySpec{{{1, 1, 8}}}};
-  WriteDictionary(dir_.Dir(), "FOTOS", Spec);
-  WriteDataFile(dir_.File("FOTOS01.tqd"), {});
+  const TableSpec Spec{"FOTOS", {{"CODIGO", 0, 8}, {"FOTO", 62, 4}}, {KeySpec{{{1, 1, 8}}}}};
+  WriteDictionary(Dir.Dir(), "FOTOS", Spec);
+  WriteDataFile(Dir.File("FOTOS01.tqd"), {});
   TQFile Fotos;
-  Fotos.OpenFile(dir_.File("FOTOS01"), dir_.Dir());
-  Fotos.AddNew();
-  Fotos.SetFields("CODIGO", "F1");
-  Fotos.SetFields("FOTO", "PRIMERA");
-  Fotos.Update();
-  std::string ImagePath;
-  for (const auto& Entry : std::filesystem::directory_iterator(dir_.Path())) {
-    std::string Name = Entry.path().filename().string();
-    for (char& C : Name) C = static_cast<char>(std::toupper(static_cast<unsigned char>(C)));
-    if (Name == "FOTOS01.TQW") ImagePath = Entry.path().string();
-  }
-  ASSERT_FALSE(ImagePath.empty());
-  // Another process appends to the image file for a moment.
-  const std::string Ready = dir_.Path() + ".ready";
+  Fotos.OpenFile(Dir.File("FOTOS01"), Dir.Dir());
+  const auto Add = [&](const char* Code, const std::string& Image) {
+    Fotos.AddNew();
+    Fotos.SetFields("CODIGO", Code);
+    Fotos.SetFields("FOTO", Image);
+    Fotos.Update();
+  };
+  Add("F1", "PRIMERA");
+  const std::string Image = FindFile(Dir, "FOTOS01.TQW"), Ready = Dir.Path() + ".ready";
   ChildProcess Holder([&] {
     const platform::FileNo Number = platform::TakeFreeNumber();
-    platform::Open(Number, ImagePath);
+    platform::Open(Number, Image);
     platform::LockRange(Number, 1, platform::kToEnd);
     std::ofstream(Ready) << "locked";
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     return 0;
   });
   while (!std::filesystem::exists(Ready)) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  const std::string Longer(150, '+');
-  Fotos.AddNew();
-  Fotos.SetFields("CODIGO", "F2");
-  Fotos.SetFields("FOTO", "SEGUNDA " + Longer);
-  Fotos.Update();
+  const std::string Second = "SEGUNDA " + std::string(150, '+');
+  Add("F2", Second);
   Holder.Wait(std::chrono::seconds(30));
   std::filesystem::remove(Ready);
   Fotos.SetIndex(1);
   ASSERT_GT(Fotos.SeekKey(Variant("F2")), 0);
-  EXPECT_EQ(Fotos.Fields("FOTO").ToString().substr(0, 158), "SEGUNDA " + Longer);
-  EXPECT_EQ(LockedFiles(dir_), "");
-  EXPECT_EQ(LockedFilesSeenByAnotherProcess(dir_), "");
+  EXPECT_EQ(Trimmed(Fotos.Fields("FOTO")), Second);
+  EXPECT_EQ(LockedHereOrElsewhere(Dir), "");
 }
 
 }  // namespace
