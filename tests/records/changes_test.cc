@@ -206,7 +206,8 @@ TEST_F(ChangesTest, APointIsADecimalPointInAnyLocale) {
         ::setenv("LOCPATH", Locales.Path().c_str(), 1);
         ::setenv("LC_ALL", "es_ES.UTF-8", 1);
         if (platform::UserLocale().Decimal != ',' || NumberFromBuffer("1.5") != 1.5 ||
-            NumberFromBuffer("2,5") != 2.5) {
+            NumberFromBuffer("2,5") != 2.5 || platform::UserLocale().Thousands != '.' ||
+            platform::LocaleToDouble("1.234,5") != 1234.5) {
           std::_Exit(2);
         }
         Edit(3, {{"AMOUNT", "1.5"}, {"RATE", "1.234,5"}, {"PRICE", "2,5"}});
