@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <ostream>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -42,6 +43,8 @@ struct Change {
   bool BuiltByRebuild = false;
   int Records = 300;
 };
+
+void PrintTo(const Change& C, std::ostream* Out) { *Out << C.Name; }
 
 void AddMovement(TQFile& T, const std::string& Clave) {
   T.AddNew();

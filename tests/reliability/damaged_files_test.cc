@@ -52,7 +52,7 @@ const TableSpec kSpec{
     {KeySpec{{{1, 1, 8}}}, KeySpec{{{2, 1, 20}, {1, 1, 8}}}, KeySpec{{{4, 1, 6}}}}};
 
 // Runs every public operation on DANOS01 in Dir, counting the TQErrors by number; Problems
-// are other exceptions and errors without a proper number or description.
+// are other exceptions, errors without a proper number or description, and locks left.
 class Exerciser {
  public:
   Exerciser(const TempDir& Dir) : dir_(Dir) {}
@@ -86,6 +86,9 @@ class Exerciser {
       if (Round == 0) Try("ReIndex", [&] { T.ReIndex(); });
       if (Round == 1) Try("Rebuild", [&] { T.Rebuild(); });
     }
+    // Whatever failed on the way, nothing is left locked.
+    if (const std::string Locked = LockedFiles(dir_); !Locked.empty())
+      Problems.push_back("locked:" + Locked);
     Try("CloseDB", [&] { T.CloseDB(); });
     Try("KillDB", [&] { T.KillDB(false); });
   }

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -303,6 +304,43 @@ TEST(MultiProcessStressTest, EightProcessesLoseNothingAndCountEveryAddition) {
       "[ stress   ] %d processes, %d operations (%d counter additions, %d lock retries), "
       "%zu movements and %zu accounts checked\n",
       kProcesses, Operations, Additions, Retries, Expected.size(), size_t{kBaseAccounts});
+}
+
+// Two users saving images at once: the second waits for the first to finish appending to the
+// image file instead of failing half-way through its Update. (That a failed operation leaves
+// no lock behind is checked by the damaged-file sweep.)
+TEST(MultiProcessStressTest, AnImageWriteWaitsForAnotherWriterAndLeavesNothingLocked) {
+  TempDir Dir;
+  const TableSpec Spec{"FOTOS", {{"CODIGO", 0, 8}, {"FOTO", 62, 4}}, {KeySpec{{{1, 1, 8}}}}};
+  WriteDictionary(Dir.Dir(), "FOTOS", Spec);
+  WriteDataFile(Dir.File("FOTOS01.tqd"), {});
+  TQFile Fotos;
+  Fotos.OpenFile(Dir.File("FOTOS01"), Dir.Dir());
+  const auto Add = [&](const char* Code, const std::string& Image) {
+    Fotos.AddNew();
+    Fotos.SetFields("CODIGO", Code);
+    Fotos.SetFields("FOTO", Image);
+    Fotos.Update();
+  };
+  Add("F1", "PRIMERA");
+  const std::string Image = FindFile(Dir, "FOTOS01.TQW"), Ready = Dir.Path() + ".ready";
+  ChildProcess Holder([&] {
+    const platform::FileNo Number = platform::TakeFreeNumber();
+    platform::Open(Number, Image);
+    platform::LockRange(Number, 1, platform::kToEnd);
+    std::ofstream(Ready) << "locked";
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    return 0;
+  });
+  while (!std::filesystem::exists(Ready)) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  const std::string Second = "SEGUNDA " + std::string(150, '+');
+  Add("F2", Second);
+  Holder.Wait(std::chrono::seconds(30));
+  std::filesystem::remove(Ready);
+  Fotos.SetIndex(1);
+  ASSERT_GT(Fotos.SeekKey(Variant("F2")), 0);
+  EXPECT_EQ(Trimmed(Fotos.Fields("FOTO")), Second);
+  EXPECT_EQ(LockedFiles(Dir), "");
 }
 
 }  // namespace

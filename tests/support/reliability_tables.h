@@ -16,6 +16,8 @@
 
 #include "engine/record_allocator.h"
 #include "engine/tree_checker.h"
+#include "platform/fault.h"
+#include "platform/file_pool.h"
 #include "records/record_codecs.h"
 #include "support/key_agreement.h"
 #include "support/table_writer.h"
@@ -79,6 +81,24 @@ inline void CopyDir(const TempDir& From, const TempDir& To) {
   std::filesystem::copy(
       From.Path(), To.Path(),
       std::filesystem::copy_options::recursive | std::filesystem::copy_options::overwrite_existing);
+}
+
+// The files of Dir that another open file description cannot lock whole at once (all below
+// the presence byte that every open table holds shared), each after a blank.
+inline std::string LockedFiles(const TempDir& Dir) {
+  std::string Locked;
+  for (const auto& Entry : std::filesystem::directory_iterator(Dir.Path())) {
+    const platform::FileNo Number = platform::TakeFreeNumber();
+    try {
+      platform::Open(Number, Entry.path().string(), platform::OpenMode::Binary);
+      platform::LockRange(Number, 1, int64_t{1} << 62, true);
+      platform::UnlockRange(Number, 1, int64_t{1} << 62);
+    } catch (const platform::Fault&) {
+      Locked += " " + Entry.path().filename().string();
+    }
+    platform::ReleaseNumber(Number);
+  }
+  return Locked;
 }
 
 // A field's text without its blank padding.
