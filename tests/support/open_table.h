@@ -14,8 +14,9 @@ namespace tqdb::testing {
 
 // Writes Name's dictionary into Dir and Records as Name + Suffix + ".tqd"; returns the data
 // file's path.
-inline std::string WriteTable(const TempDir& Dir, const std::string& Name, const std::string& Suffix,
-                              const TableSpec& Spec, const std::vector<std::string>& Records) {
+inline std::string WriteTable(const TempDir& Dir, const std::string& Name,
+                              const std::string& Suffix, const TableSpec& Spec,
+                              const std::vector<std::string>& Records) {
   WriteDictionary(Dir.Dir(), Name, Spec);
   return WriteDataFile(Dir.File(Name + Suffix + ".tqd"), Records);
 }
