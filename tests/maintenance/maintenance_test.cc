@@ -142,7 +142,7 @@ TEST_F(AuditArchiveTest, KeepsADeflatedTimeStampedCopyAndDeletesTheFile) {
   EXPECT_TRUE(Shown.Messages.empty());
 }
 
-TEST_F(AuditArchiveTest, MissingFilesAreNoErrorAndNamesAreFoundWhateverTheirCase) {
+TEST_F(AuditArchiveTest, MissingFilesAreNoErrorNamesAreFoundInAnyCaseAndTheFolderIsMade) {
   testing::MessageCapture Shown;
   EXPECT_EQ(ZipAndKill(Data.File("NADA01.TQd")), 0);
   ArchiveAndDelete(Data.File("NADA01.TQd"));
@@ -152,6 +152,12 @@ TEST_F(AuditArchiveTest, MissingFilesAreNoErrorAndNamesAreFoundWhateverTheirCase
   EXPECT_EQ(ZipAndKill(Data.File("CLIEN01.TQc")), 0);
   EXPECT_FALSE(std::filesystem::exists(Data.File("clien01.tqc")));
   EXPECT_EQ(FilesIn(Folder()).size(), 1u);
+  // The folder is made, with one separator added before a name.
+  EXPECT_EQ(AuditPath("\\x.zip"), Folder() + "\\x.zip");
+  EXPECT_EQ(AuditPath("x.zip"), Folder() + "/x.zip");
+  testing::ScopedEnv Deep("TMPDIR", (Temp.Dir() + "a/b/c").c_str());
+  EXPECT_EQ(AuditPath("/x.zip"), Temp.Dir() + "a/b/c/Brinvale/Auditoria/x.zip");
+  EXPECT_TRUE(std::filesystem::is_directory(Temp.Dir() + "a/b/c/Brinvale/Auditoria"));
 }
 
 TEST_F(AuditArchiveTest, AnArchiveThatCannotBeWrittenIsReportedAndTheFileStillGoes) {
@@ -167,14 +173,6 @@ TEST_F(AuditArchiveTest, AnArchiveThatCannotBeWrittenIsReportedAndTheFileStillGo
   const std::string File = Temp.Write("f", "x");
   MakeDirTree(File + "/under");  // cannot be made; raises nothing
   EXPECT_FALSE(std::filesystem::exists(File + "/under"));
-}
-
-TEST_F(AuditArchiveTest, AuditPathMakesTheFolderAndAddsOneSeparator) {
-  EXPECT_EQ(AuditPath("\\x.zip"), Folder() + "\\x.zip");
-  EXPECT_EQ(AuditPath("x.zip"), Folder() + "/x.zip");
-  testing::ScopedEnv Deep("TMPDIR", (Temp.Dir() + "a/b/c").c_str());
-  EXPECT_EQ(AuditPath("/x.zip"), Temp.Dir() + "a/b/c/Brinvale/Auditoria/x.zip");
-  EXPECT_TRUE(std::filesystem::is_directory(Temp.Dir() + "a/b/c/Brinvale/Auditoria"));
 }
 
 }  // namespace

@@ -142,18 +142,23 @@ class RecordsetModelTest : public ::testing::Test {
     return R;
   }
 
-  void Put(const char* Field, const Row& R) {
-    const std::string F = Field;
-    if (F == "CODE") T.SetFields(F, platform::Cp1252ToUtf8(R.Code));
-    if (F == "NAME") T.SetFields(F, platform::Cp1252ToUtf8(R.Name));
-    if (F == "FECHA") T.SetFields(F, R.Day);
-    if (F == "GRP") T.SetFields(F, platform::Cp1252ToUtf8(R.Group));
-    if (F == "AMOUNT") T.SetFields(F, std::to_string(R.Amount));  // a text with a point
-    if (F == "QTY") T.SetFields(F, static_cast<int32_t>(R.Qty));
-    if (F == "PRICE") T.SetFields(F, static_cast<double>(R.Price));
-    if (F == "TOTAL") T.SetFields(F, std::to_string(R.Total));
-    if (F == "FOTO") T.SetFields(F, platform::Cp1252ToUtf8(R.Foto));
-    if (F == "MEMO") T.SetFields(F, platform::Cp1252ToUtf8(R.Memo));
+  // Puts field F of R; with From, takes the field's value from From first.
+  void Put(const std::string& F, Row& R, const Row* From = nullptr) {
+    using platform::Cp1252ToUtf8;
+    const auto Take = [&](auto Member) {
+      if (From != nullptr) R.*Member = From->*Member;
+      return R.*Member;
+    };
+    if (F == "CODE") T.SetFields(F, Cp1252ToUtf8(Take(&Row::Code)));
+    if (F == "NAME") T.SetFields(F, Cp1252ToUtf8(Take(&Row::Name)));
+    if (F == "FECHA") T.SetFields(F, Take(&Row::Day));
+    if (F == "GRP") T.SetFields(F, Cp1252ToUtf8(Take(&Row::Group)));
+    if (F == "AMOUNT") T.SetFields(F, std::to_string(Take(&Row::Amount)));  // a text with a point
+    if (F == "QTY") T.SetFields(F, static_cast<int32_t>(Take(&Row::Qty)));
+    if (F == "PRICE") T.SetFields(F, static_cast<double>(Take(&Row::Price)));
+    if (F == "TOTAL") T.SetFields(F, std::to_string(Take(&Row::Total)));
+    if (F == "FOTO") T.SetFields(F, Cp1252ToUtf8(Take(&Row::Foto)));
+    if (F == "MEMO") T.SetFields(F, Cp1252ToUtf8(Take(&Row::Memo)));
   }
 
   int32_t RandomLive() {
@@ -163,7 +168,7 @@ class RecordsetModelTest : public ::testing::Test {
   }
 
   void AddOne() {
-    const Row R = RandomRow();
+    Row R = RandomRow();
     T.AddNew();
     for (const char* F : kFields) Put(F, R);
     T.Update();
@@ -185,19 +190,7 @@ class RecordsetModelTest : public ::testing::Test {
     T.SetBookMark(Record);
     T.Edit();
     for (const char* F : kFields) {
-      if (Pick(0, 2) != 0) continue;
-      const std::string Name = F;
-      if (Name == "NAME") R.Name = New.Name;
-      if (Name == "CODE") R.Code = New.Code;
-      if (Name == "FECHA") R.Day = New.Day;
-      if (Name == "GRP") R.Group = New.Group;
-      if (Name == "AMOUNT") R.Amount = New.Amount;
-      if (Name == "QTY") R.Qty = New.Qty;
-      if (Name == "PRICE") R.Price = New.Price;
-      if (Name == "TOTAL") R.Total = New.Total;
-      if (Name == "FOTO") R.Foto = New.Foto;
-      if (Name == "MEMO") R.Memo = New.Memo;
-      Put(F, R);
+      if (Pick(0, 2) == 0) Put(F, R, &New);
     }
     T.Update();
   }
@@ -266,8 +259,8 @@ class RecordsetModelTest : public ::testing::Test {
       DeleteOne(Record);
     } else {
       T.Edit();
-      M.Rows.at(Record).Name = RandomRow().Name;
-      Put("NAME", M.Rows.at(Record));
+      const Row New = RandomRow();
+      Put("NAME", M.Rows.at(Record), &New);
       T.Update();
     }
     const bool Forward = Pick(0, 1);
