@@ -416,9 +416,11 @@ TEST_F(SideFilesTest, DamagedImagePlacesReadEmptyAndAreNeverRewrittenInPlace) {
   EXPECT_EQ(GetImage(State, 2, kPhoto), "");
 }
 
-// An append that fails (the next position would leave 32 bits) releases its lock.
-TEST_F(SideFilesTest, AFailedAppendReleasesTheFile) {
-  PutImage(State, 1, kPhoto, "abc");
+// An append whose entry would end beyond 32 bits fails, and releases its lock.
+TEST_F(SideFilesTest, AnAppendEndsWithinThirtyTwoBitsOrFailsAndReleasesTheFile) {
+  platform::Truncate(ImageNo(), 2147483635);  // the last entry that fits ends at 2^31 - 1
+  PutImage(State, 1, kPhoto, "abc", /*Exact=*/true);
+  EXPECT_EQ(GetLong(State, 1, kPhoto), 2147483636);
   platform::Truncate(ImageNo(), int64_t{1} << 31);
   try {
     PutImage(State, 2, kPhoto, "abc");
