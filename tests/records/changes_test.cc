@@ -107,6 +107,9 @@ TEST_F(ChangesTest, EditWritesWhatWasPutByTypeAndNothingElse) {
   EXPECT_EQ(RecordOnDisk(1), Records()[0]);        // the neighbours are untouched
   EXPECT_EQ(RecordOnDisk(3), Records()[2]);
   EXPECT_EQ(DateValueToStored("02/01/2005"), "A50102");
+  Edit(1, {{"FECHA", "991231"}});  // six characters are the stored form itself
+  T.Update();
+  EXPECT_EQ(Field(1, "FECHA").ToString(), "31/12/99");
   for (const char* Odd : {"5/03/59", "05/03/2059X", "ABC"}) {  // other lengths store no date
     Edit(1, {{"FECHA", Odd}});
     T.Update();
@@ -159,6 +162,29 @@ TEST_F(ChangesTest, AFailedUpdateLeavesTheRecordAndItsKeysAndASecondUpdateRetrie
   EXPECT_EQ(T.Fields("FECHA").ToString(), "");
   EXPECT_EQ(SeekOn(1, "HOTEL"), 6);
   EXPECT_EQ(SeekOn(2, "0009"), 6);
+}
+
+// The data file changed behind the keys' back: its key texts no longer match the entries.
+TEST_F(ChangesTest, KeysThatDoNotMatchTheDataRefuseAnEditAndADelete) {
+  const std::string Xray = "XRAY    ";
+  platform::WriteAt(T.State().DataFileNo, testing::RecordLengthOf(kSpec) + 5, Xray);  // record 2
+  const std::string Before = RecordOnDisk(2);
+  Edit(2, {{"NAME", "NUEVO"}});
+  try {
+    T.Update();
+    ADD_FAILURE() << "the R command found an entry";
+  } catch (const TQError& Error) {
+    EXPECT_EQ(Error.Number(), 55000);
+    EXPECT_NE(Error.Description().find(" actualizando registro R\\1\\2\\"), std::string::npos);
+  }
+  try {
+    T.Delete(2);
+    ADD_FAILURE() << "the delete was not refused";
+  } catch (const TQError& Error) {
+    EXPECT_EQ(Error.Number(), 50220);
+    EXPECT_EQ(Error.Description(), "Error indexados anulando registro: TABLA");
+  }
+  EXPECT_EQ(RecordOnDisk(2), Before);
 }
 
 TEST_F(ChangesTest, AMoveAfterReKeyingTwoKeyFieldsGoesOnFromTheOldPlace) {

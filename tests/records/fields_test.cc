@@ -91,6 +91,8 @@ TEST_F(FieldsTest, FieldsAreNamedInAnyCaseOrNumbered) {
       {int16_t{3}, 3}, {2.0, 2},      {"4", 4},          {" 3 ", 3},
       {"\t&H5", 5}};
   for (const auto& [Asked, Number] : Found) EXPECT_EQ(FieldNumber(State, Asked), Number);
+  EXPECT_EQ(FaultOf([&] { FieldNumber(State, Variant(Date{2001, 2, 3})); }).first, 50234);
+  EXPECT_EQ(FaultOf([&] { FieldNumber(State, Variant(std::vector<Variant>{1})); }).first, 13);
   for (const auto& [Asked, Text] :
        std::vector<std::pair<Variant, std::string>>{{0, "Campo 0 no existe"},
                                                     {"apellido", "Campo APELLIDO no existe"},
@@ -411,7 +413,11 @@ TEST_F(SideFilesTest, DamagedImagePlacesReadEmptyAndAreNeverRewrittenInPlace) {
   EXPECT_EQ(Images().substr(size_t(Position) - 1, 12), std::string(9, '\0') + "old");
   EXPECT_EQ(GetLong(State, 2, kPhoto), Position + 12);
   EXPECT_EQ(GetImage(State, 2, kPhoto), "new" + std::string(100, ' '));
-  State.ImageFileNo = 0;  // a table without an image file: an empty put needs none
+  PutLong(State, 2, kPhoto, 5000);  // a place outside the file: the new image goes to the end
+  UpdateImage(State, 2, kPhoto, "z");
+  EXPECT_EQ(GetImage(State, 2, kPhoto), "z" + std::string(100, ' '));
+  State.ImageFileNo = 0;  // a table without an image file: only an empty put needs none
+  EXPECT_THROW(PutImage(State, 1, kPhoto, "x"), Fault);
   PutImage(State, 2, kPhoto, "");
   EXPECT_EQ(GetImage(State, 2, kPhoto), "");
 }
