@@ -7,9 +7,7 @@
 #include <vector>
 
 #include "engine/dispatcher_retry.h"
-#include "engine/record_allocator.h"
 #include "engine_fixture.h"
-#include "platform/codepage.h"
 #include "platform/fault.h"
 #include "platform/file_pool.h"
 #include "table/TQFile.h"
@@ -17,7 +15,9 @@
 namespace tqdb::testing {
 namespace {
 
-TEST(Dispatcher, UpperCasesTheCommandInPlaceAndALeadingSlashSetsTheSeparator) {
+// The command is upper-cased in place, a leading "/" sets the separator, and the file
+// number fields are parsed (a number beyond 16 bits is an overflow) and ignored.
+TEST(Dispatcher, UpperCasesTheCommandAndParsesTheFileNumberFields) {
   EngineFile File({6});
   File.Run(platform::Utf8ToCp1252("i\\1\\garcía"));
   EXPECT_EQ(File.Status, 0);
@@ -27,40 +27,25 @@ TEST(Dispatcher, UpperCasesTheCommandInPlaceAndALeadingSlashSetsTheSeparator) {
   File.Run("/o/" + Path + "/3");
   EXPECT_EQ(File.Status, 0);
   EXPECT_EQ(File.Command, "O/" + platform::UpperCase(Path) + "/3");
-  EXPECT_EQ(File.Run("f\\1\\3"), 1);
-}
-
-TEST(Dispatcher, FileNumberFieldsAreParsedAndIgnored) {
-  EngineFile File({6});
-  const int32_t First = File.Insert({"A"});
-  const int32_t Second = File.Insert({"B"});
-  EXPECT_EQ(File.Run("F\\1\\99"), First);
+  const int32_t Second = File.Insert({"Z"});
+  EXPECT_EQ(File.Run("f\\1\\99"), 1);
   EXPECT_EQ(File.Run("N\\7"), Second);
-  EXPECT_EQ(File.Run("P"), First);  // no field at all
-  File.Run("N\\99999");             // parsed all the same: too big for 16 bits
+  EXPECT_EQ(File.Run("P"), 1);  // no field at all
+  File.Run("N\\99999");
   EXPECT_EQ(File.Status, 105);
   EXPECT_EQ(File.ErrorText, "Desbordamiento");
 }
 
-// Letters that return nothing, or have no operation at all, leave Result 0 and a create
+// Letters that return nothing, or have no operation at all, leave Result 0, and a create
 // that fails restores the command and clears the building flag.
 TEST(Dispatcher, ResultIsZeroAfterTheLettersThatReturnNothing) {
   EngineFile File({6});
   const int32_t Record = File.Insert({"A"});
   const std::string Create = "/C/" + CommandPath(File.Dir().File("nodict01.tqc")) + "/1/6/A/ 1";
-  const std::vector<std::string> Commands = {"I\\1\\B",
-                                             "D\\" + std::to_string(Record) + "\\Y\\1\\A",
-                                             "T\\" + CommandPath(File.Dir().Path()),
-                                             "/O/" + CommandPath(File.Path()) + "/1",
-                                             Create,
-                                             "K",
-                                             "B\\1\\1",
-                                             "H",
-                                             "Q",
-                                             "",
-                                             "9\\1",
-                                             "\\"};
-  for (const std::string& Command : Commands) {
+  for (const std::string& Command : std::vector<std::string>{
+           "I\\1\\B", "D\\" + std::to_string(Record) + "\\Y\\1\\A",
+           "T\\" + CommandPath(File.Dir().Path()), "/O/" + CommandPath(File.Path()) + "/1", Create,
+           "K", "B\\1\\1", "H", "Q", "", "9\\1", "\\"}) {
     File.Open();
     File.Run("F\\1\\1");
     ASSERT_NE(File.Result, 0);
@@ -78,16 +63,12 @@ TEST(Dispatcher, ResultIsZeroAfterTheLettersThatReturnNothing) {
 TEST(Dispatcher, FaultsBecomeStatuses) {
   EngineFile File({4});
   File.Insert({"A"});
-  File.Run("F\\11\\1");
-  EXPECT_EQ(File.Status, 105);
-  for (const char* Command : {"F\\2\\1", "F\\0\\1"}) {  // keys the file does not define
+  const std::vector<std::pair<std::string, int>> Cases = {
+      {"F\\11\\1", 105}, {"F\\2\\1", 101}, {"F\\0\\1", 101}, {"R\\2\\1\\1\\AAAA\\BBBB", 105},
+      {"K", 0},          {"F\\1\\1", 100}, {"I\\1\\A", 100}, {"U", 100}};
+  for (const auto& [Command, Status] : Cases) {
     File.Run(Command);
-    EXPECT_EQ(File.Status, 101) << Command;
-  }
-  File.Run("K");
-  for (const char* Command : {"F\\1\\1", "I\\1\\A", "U"}) {
-    File.Run(Command);
-    EXPECT_EQ(File.Status, 100) << Command;
+    EXPECT_EQ(File.Status, Status) << Command;
   }
 }
 
@@ -96,92 +77,60 @@ TEST(Dispatcher, FaultsBecomeStatuses) {
 TEST(Dispatcher, FullLengthKeyTextsMayHoldTheSeparator) {
   EngineFile File({4, 3});
   EXPECT_EQ(File.Run("I\\1\\A\\BC\\X\\Y"), 0);
-  const int32_t Allocated = File.Engine.LastAllocated;
+  const std::string Record = std::to_string(File.Engine.LastAllocated);
   ASSERT_EQ(File.Status, 0);
   EXPECT_EQ(File.Entries(1).front().Text, "A\\BC");
   EXPECT_EQ(File.Entries(2).front().Text, "X\\Y");
-  File.Run("R\\2\\" + std::to_string(Allocated) + "\\1\\X\\Y\\\\\\\\");
+  EXPECT_EQ(File.Run("R\\2\\" + Record + "\\1\\X\\Y\\\\\\\\"), File.Engine.LastAllocated);
   ASSERT_EQ(File.Status, 0);
-  EXPECT_EQ(File.Result, Allocated);
   EXPECT_EQ(File.Entries(2).front().Text, "\\\\\\");
-  File.Run("D\\" + std::to_string(Allocated) + "\\Y\\1\\A\\BC\\\\\\\\");
+  File.Run("D\\" + Record + "\\Y\\1\\A\\BC\\\\\\\\");
   EXPECT_EQ(File.Status, 0);
   EXPECT_TRUE(File.Entries(1).empty());
-
   File.Run("I\\1\\AB\\LONGER");  // shorter texts split at the separators, longer ones cut
   ASSERT_EQ(File.Status, 0);
   EXPECT_EQ(File.Entries(1).front().Text, "AB  ");
   EXPECT_EQ(File.Entries(2).front().Text, "LON");
 }
 
-TEST(Dispatcher, TheKeyFileLockIsReleasedOnEveryWayOut) {
+// The retry path: byte 1 held by another descriptor; the sleep hook counts the retries and
+// lets go of the byte after a given number.
+struct BusyHolder {
+  static inline platform::FileNo Number = 0;
+  static inline size_t ReleaseAfter = 2010;
+  static inline std::vector<int32_t> Pauses;
+  static void Sleep(int32_t Milliseconds) {
+    Pauses.push_back(Milliseconds);
+    if (Pauses.size() == ReleaseAfter) platform::UnlockRange(Number, 1, 1);
+  }
+};
+
+// The lock of byte 1 is released on every way out of D, I and R; while another holds it,
+// short sleeps count down, then 10 ms, and the message shows once, at the 2000th retry.
+TEST(Dispatcher, TheKeyFileLockIsReleasedOnEveryWayOutAndABusyOneIsRetried) {
   EngineFile File({6});
-  const platform::FileNo Other = platform::TakeFreeNumber();
-  platform::Open(Other, File.Path());
-  const auto Free = [&] {
-    try {
-      platform::LockRange(Other, 1, 1);
-      platform::UnlockRange(Other, 1, 1);
-      return true;
-    } catch (const platform::Fault&) {
-      return false;
-    }
-  };
+  BusyHolder::Number = platform::TakeFreeNumber();
+  platform::Open(BusyHolder::Number, File.Path());
   const int32_t Record = File.Insert({"A"});
-  EXPECT_TRUE(Free());
   for (const std::string& Command : {"D\\" + std::to_string(Record) + "\\Y\\1\\B",
                                      std::string("I\\1\\A\\B"),  // a fault inside the lock
                                      "R\\1\\" + std::to_string(Record) + "\\1\\Z\\Y"}) {
     File.Run(Command);
     EXPECT_NE(File.Status, 0) << Command;
-    EXPECT_TRUE(Free()) << Command;
+    EXPECT_NO_THROW(platform::LockRange(BusyHolder::Number, 1, 1)) << Command;
+    platform::UnlockRange(BusyHolder::Number, 1, 1);
   }
-  platform::ReleaseNumber(Other);
-}
-
-// The retry path: byte 1 held by another descriptor; the sleep hook counts the retries and
-// lets go of the byte after a given number.
-struct BusyHolder {
-  static inline platform::FileNo Number = 0;
-  static inline int ReleaseAfter = 0;
-  static inline std::vector<int32_t> Pauses;
-  static void Sleep(int32_t Milliseconds) {
-    Pauses.push_back(Milliseconds);
-    if (static_cast<int>(Pauses.size()) == ReleaseAfter) platform::UnlockRange(Number, 1, 1);
-  }
-};
-
-class DispatcherRetry : public ::testing::Test {
- protected:
-  void Hold(const std::string& Path, int ReleaseAfter) {
-    BusyHolder::Number = platform::TakeFreeNumber();
-    platform::Open(BusyHolder::Number, Path);
-    platform::LockRange(BusyHolder::Number, 1, 1);
-    BusyHolder::ReleaseAfter = ReleaseAfter;
-    BusyHolder::Pauses.clear();
-    previous_ = engine::SetRetrySleep(&BusyHolder::Sleep);
-  }
-  void TearDown() override {
-    engine::SetRetrySleep(previous_);
-    SetMessageSink(nullptr);
-    if (BusyHolder::Number != 0) platform::ReleaseNumber(BusyHolder::Number);
-    BusyHolder::Number = 0;
-  }
-
- private:
-  engine::RetrySleepFunction previous_ = nullptr;
-};
-
-// Short sleeps counting down, then 10 ms; the message once, at the 2000th retry.
-TEST_F(DispatcherRetry, ABusyKeyFileIsRetriedUntilItIsFree) {
-  EngineFile File({6});
   std::vector<std::pair<std::string, MessageIcon>> Shown;
   SetMessageSink(
       [&](const std::string& Text, MessageIcon Icon) { Shown.emplace_back(Text, Icon); });
-  Hold(File.Path(), 2010);
-  File.Run("I\\1\\A");
+  platform::LockRange(BusyHolder::Number, 1, 1);
+  const engine::RetrySleepFunction Previous = engine::SetRetrySleep(&BusyHolder::Sleep);
+  File.Run("I\\1\\B");
+  engine::SetRetrySleep(Previous);
+  SetMessageSink(nullptr);
+  platform::ReleaseNumber(BusyHolder::Number);
   EXPECT_EQ(File.Status, 0);
-  EXPECT_EQ(File.Entries(1).size(), 1u);
+  EXPECT_EQ(File.Entries(1).size(), 2u);
   ASSERT_EQ(BusyHolder::Pauses.size(), 2010u);
   EXPECT_EQ(std::vector<int32_t>(BusyHolder::Pauses.begin(), BusyHolder::Pauses.begin() + 12),
             (std::vector<int32_t>{9, 8, 7, 6, 5, 4, 3, 2, 1, 10, 10, 10}));
@@ -190,6 +139,24 @@ TEST_F(DispatcherRetry, ABusyKeyFileIsRetriedUntilItIsFree) {
   EXPECT_EQ(Shown[0].first,
             platform::FaultDescription(platform::kPermissionDenied) + "\r\nfabs_emulate");
   EXPECT_EQ(Shown[0].second, MessageIcon::Exclamation);
+}
+
+// N and P take the read lock only when they step out of the leaf in the buffer: a walk
+// over two leaves of a key of length 1 waits once, at the step between them.
+TEST(Dispatcher, StepsWithinALeafTakeNoLock) {
+  EngineFile File({1});
+  for (int I = 0; I < 250; ++I) File.Insert({"A"});
+  BusyHolder::Number = platform::TakeFreeNumber();
+  platform::Open(BusyHolder::Number, File.Path());
+  File.Run("F\\1\\1");
+  platform::LockRange(BusyHolder::Number, 1, 1);
+  BusyHolder::Pauses.clear();
+  BusyHolder::ReleaseAfter = 3;
+  const engine::RetrySleepFunction Previous = engine::SetRetrySleep(&BusyHolder::Sleep);
+  for (int I = 1; I < 250; ++I) EXPECT_EQ(File.Run("N\\1"), I + 1);
+  engine::SetRetrySleep(Previous);
+  platform::ReleaseNumber(BusyHolder::Number);
+  EXPECT_EQ(BusyHolder::Pauses.size(), 3u);
 }
 
 }  // namespace

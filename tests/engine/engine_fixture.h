@@ -1,11 +1,12 @@
 // Shared helpers of the engine tests: a key file in a temporary directory, opened by the
-// engine through the command channel, and small readers of its pages.
+// engine through the command channel, small readers of its pages, and the order of keys.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdint>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@
 #include "engine/key_codec.h"
 #include "engine/key_file.h"
 #include "engine/tree_checker.h"
+#include "platform/codepage.h"
 #include "support/temp_dir.h"
 
 namespace tqdb::testing {
@@ -30,16 +32,29 @@ inline std::string Padded(std::string Text, int Length) {
   return Text;
 }
 
+// Key order: by character (not byte), then by record number.
+inline bool KeyLess(const engine::KeyEntry& A, const engine::KeyEntry& B) {
+  const int Order = platform::CompareText(A.Text, B.Text);
+  return Order < 0 || (Order == 0 && A.Record < B.Record);
+}
+
+// Characters that upper-casing leaves alone, in an order that differs from byte order
+// ("€" 0x80 sorts after "Ñ" 0xD1), and the separator itself.
+inline std::string RandomText(std::mt19937& Random, size_t Length) {
+  static constexpr char kAlphabet[] = {' ', '0', '7', 'A', 'B', 'Z', '\\', '\x80', '\xD1', '\x9F'};
+  std::string Text;
+  for (size_t I = 0; I < Length; ++I) Text += kAlphabet[Random() % sizeof(kAlphabet)];
+  return Text;
+}
+
 class EngineFile {
  public:
   // Creates an empty key file with keys of the given lengths and opens it with "/O/".
-  explicit EngineFile(std::vector<int> KeyLengths, std::string Name = "clien01.tqc")
-      : lengths_(std::move(KeyLengths)) {
-    path_ = dir_.File(Name);
+  explicit EngineFile(std::vector<int> KeyLengths) : lengths_(std::move(KeyLengths)) {
+    path_ = dir_.File("clien01.tqc");
     engine::CreateEmptyKeyFile(path_, lengths_);
     Open();
   }
-
   ~EngineFile() { engine::CloseKeyFile(Engine); }
   EngineFile(const EngineFile&) = delete;
   EngineFile& operator=(const EngineFile&) = delete;
@@ -59,41 +74,43 @@ class EngineFile {
   // "I" with the given key texts, each padded to its key's length; returns the record
   // number the engine allocated.
   int32_t Insert(const std::vector<std::string>& Texts) {
-    std::string Text = "I\\1";
-    for (size_t Key = 0; Key < Texts.size(); ++Key)
-      Text += "\\" + Padded(Texts[Key], lengths_[Key]);
-    Run(Text);
-    EXPECT_EQ(Status, 0) << Text << " " << ErrorText;
+    Run("I\\1" + Keys(Texts));
+    EXPECT_EQ(Status, 0) << Command << " " << ErrorText;
     return Engine.LastAllocated;
   }
-
   void Delete(int32_t Record, const std::vector<std::string>& Texts) {
-    std::string Text = "D\\" + std::to_string(Record) + "\\Y\\1";
-    for (size_t Key = 0; Key < Texts.size(); ++Key)
-      Text += "\\" + Padded(Texts[Key], lengths_[Key]);
-    Run(Text);
+    Run("D\\" + std::to_string(Record) + "\\Y\\1" + Keys(Texts));
   }
 
   std::vector<engine::KeyEntry> Entries(int Key) { return engine::ListKeyEntries(Engine, Key); }
   std::vector<std::string> Problems() { return engine::CheckKeyFile(Engine); }
 
-  // The page at Position as the file holds it now.
+  // The page at Position as the file holds it now, and bytes written over the file.
   NodeBuffer Page(int64_t Position) {
-    const std::string Bytes = dir_.Read(FileName());
+    const std::string Bytes = FileBytes();
     NodeBuffer Out{};
     std::copy_n(Bytes.begin() + (Position - 1), kNodeSize, Out.begin());
     return Out;
   }
-  void PokeBytes(int64_t Position, const std::string& Bytes) {
-    std::string All = dir_.Read(FileName());
-    All.replace(static_cast<size_t>(Position - 1), Bytes.size(), Bytes);
-    dir_.Write(FileName(), All);
+  // The count of the node at Position and the value of its entry Index.
+  int CountAt(int64_t Position, int KeyLength) {
+    NodeBuffer Bytes = Page(Position);
+    return engine::NodeView(Bytes, KeyLength).Count();
   }
-  std::string FileName() const { return path_.substr(dir_.Dir().size()); }
+  int32_t ValueAt(int64_t Position, int KeyLength, int Index) {
+    NodeBuffer Bytes = Page(Position);
+    return engine::NodeView(Bytes, KeyLength).Value(Index);
+  }
+  void PokeBytes(int64_t Position, const std::string& Bytes) {
+    std::string All = FileBytes();
+    All.replace(static_cast<size_t>(Position - 1), Bytes.size(), Bytes);
+    SetFileBytes(All);
+  }
+  std::string FileBytes() const { return dir_.Read("clien01.tqc"); }
+  void SetFileBytes(const std::string& Bytes) const { dir_.Write("clien01.tqc", Bytes); }
 
   const std::string& Path() const { return path_; }
   const TempDir& Dir() const { return dir_; }
-  int Length(int Key) const { return lengths_[static_cast<size_t>(Key - 1)]; }
 
   EngineState Engine;
   std::string Command;
@@ -102,6 +119,13 @@ class EngineFile {
   std::string ErrorText;
 
  private:
+  std::string Keys(const std::vector<std::string>& Texts) const {
+    std::string Text;
+    for (size_t Key = 0; Key < Texts.size(); ++Key)
+      Text += "\\" + Padded(Texts[Key], lengths_[Key]);
+    return Text;
+  }
+
   TempDir dir_;
   std::vector<int> lengths_;
   std::string path_;

@@ -1,34 +1,29 @@
 // A randomized comparison of the engine with an in-memory model: thousands of I, D and R
 // commands sent as command texts, with a fixed seed, over keys of several lengths and
-// many duplicates. After every batch each key is compared with the model (full walks
-// both ways, G/S/A/E answers and where they leave the cursor), the record numbers with
-// the model's deleted-record stack, and the file with the tree checker.
+// many duplicates, first on trees grown by them, then on trees bulk-loaded from the
+// model. After every batch each key is compared with the model (full walks both ways,
+// G/S/A/E answers and where they leave the cursor), the record numbers with the model's
+// deleted-record stack, and the file with the tree checker.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <map>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "engine/bulk_builder.h"
 #include "engine/record_allocator.h"
 #include "engine_fixture.h"
-#include "platform/codepage.h"
 #include "platform/fault.h"
 
 namespace tqdb::testing {
 namespace {
 
-struct Entry {
-  std::string Text;
-  int32_t Record = 0;
-};
-
-bool Less(const Entry& A, const Entry& B) {
-  const int Order = platform::CompareText(A.Text, B.Text);
-  return Order < 0 || (Order == 0 && A.Record < B.Record);
-}
+using Entry = engine::KeyEntry;
+constexpr auto Less = KeyLess;
 
 // What the table should hold: live records with their key texts, and the deleted-record
 // stack.
@@ -52,16 +47,6 @@ struct Model {
   }
 };
 
-// Characters that upper-casing leaves alone, in an order that differs from byte order
-// ("€" 0x80 sorts after "Ñ" 0xD1), and the separator itself.
-constexpr char kAlphabet[] = {' ', '0', '7', 'A', 'B', 'Z', '\\', '\x80', '\xD1', '\x9F'};
-
-std::string RandomText(std::mt19937& Random, size_t Length) {
-  std::string Text;
-  for (size_t I = 0; I < Length; ++I) Text += kAlphabet[Random() % sizeof(kAlphabet)];
-  return Text;
-}
-
 struct Plan {
   std::vector<int> Lengths;
   std::vector<int> PoolSizes;  // distinct values per key: few values, long runs
@@ -72,7 +57,8 @@ struct Plan {
 
 class ModelRun {
  public:
-  ModelRun(const Plan& P, uint32_t Seed) : plan_(P), random_(Seed), file_(P.Lengths) {
+  ModelRun(const Plan& P, uint32_t Seed)
+      : plan_(P), random_(Seed), file_(std::make_unique<EngineFile>(P.Lengths)) {
     for (size_t Key = 0; Key < P.Lengths.size(); ++Key) {
       std::vector<std::string> Pool;
       const auto Length = static_cast<size_t>(P.Lengths[Key]);
@@ -88,14 +74,17 @@ class ModelRun {
     }
   }
 
+  // The operations, then every key bulk-loaded into a new file from the model, then as
+  // many operations again on the loaded trees.
   void Run() {
-    for (int Op = 1; Op <= plan_.Operations; ++Op) {
+    for (int Op = 1; Op <= 2 * plan_.Operations; ++Op) {
       Step();
       if (::testing::Test::HasFatalFailure()) return;
-      if (Op % plan_.Batch == 0 || Op == plan_.Operations) {
+      if (Op % plan_.Batch == 0 || Op % plan_.Operations == 0) {
         Verify();
         if (::testing::Test::HasFatalFailure()) return;
       }
+      if (Op == plan_.Operations) Reload();
     }
   }
 
@@ -116,8 +105,8 @@ class ModelRun {
     return It->first;
   }
   bool Refusal() const {
-    return file_.Status == 105 &&
-           file_.ErrorText == platform::FaultDescription(platform::kSubscript);
+    return file_->Status == 105 &&
+           file_->ErrorText == platform::FaultDescription(platform::kSubscript);
   }
 
   void Step() {
@@ -133,15 +122,15 @@ class ModelRun {
     std::vector<std::string> Texts;
     for (size_t Key = 0; Key < Keys(); ++Key) Texts.push_back(Pick(Key));
     const int32_t Expected = model_.NextNumber();
-    file_.Run("I\\1" + Join(Texts));
+    file_->Run("I\\1" + Join(Texts));
     if (Refusal()) {  // a three-entry key outgrew the level buffers: taken back
       model_.Stack.push_back(model_.Take());
       ++refused_;
       return;
     }
-    ASSERT_EQ(file_.Status, 0) << file_.ErrorText;
-    ASSERT_EQ(file_.Result, 0);
-    ASSERT_EQ(file_.Engine.LastAllocated, Expected);
+    ASSERT_EQ(file_->Status, 0) << file_->ErrorText;
+    ASSERT_EQ(file_->Result, 0);
+    ASSERT_EQ(file_->Engine.LastAllocated, Expected);
     model_.Live[model_.Take()] = Texts;
     peak_ = std::max(peak_, model_.Live.size());
   }
@@ -151,12 +140,12 @@ class ModelRun {
     std::vector<std::string> Texts = model_.Live[Record];
     const bool Wrong = random_() % 20 == 0;
     if (Wrong) Texts[random_() % Keys()][0] ^= 1;  // a value the record does not have
-    file_.Run("D\\" + std::to_string(Record) + "\\Y\\1" + Join(Texts));
+    file_->Run("D\\" + std::to_string(Record) + "\\Y\\1" + Join(Texts));
     if (Wrong) {
-      ASSERT_EQ(file_.Status, 6);
+      ASSERT_EQ(file_->Status, 6);
       return;
     }
-    ASSERT_EQ(file_.Status, 0) << file_.ErrorText;
+    ASSERT_EQ(file_->Status, 0) << file_->ErrorText;
     model_.Live.erase(Record);
     model_.Stack.push_back(Record);
   }
@@ -168,25 +157,39 @@ class ModelRun {
     const bool Wrong = random_() % 20 == 0;
     if (Wrong) Old[0] ^= 1;
     const std::string New = Pick(Key);
-    file_.Run("R\\" + std::to_string(Key + 1) + "\\" + std::to_string(Record) + "\\1\\" + Old +
-              "\\" + New);
+    file_->Run("R\\" + std::to_string(Key + 1) + "\\" + std::to_string(Record) + "\\1\\" + Old +
+               "\\" + New);
     if (Wrong) {
-      ASSERT_EQ(file_.Status, 6);
+      ASSERT_EQ(file_->Status, 6);
       return;
     }
     if (Refusal()) {
       ++refused_;
       return;
     }
-    ASSERT_EQ(file_.Status, 0) << file_.ErrorText;
-    ASSERT_EQ(file_.Result, Record);
+    ASSERT_EQ(file_->Status, 0) << file_->ErrorText;
+    ASSERT_EQ(file_->Result, Record);
     model_.Live[Record][Key] = New;
   }
 
+  void Reload() {
+    auto Loaded = std::make_unique<EngineFile>(plan_.Lengths);
+    engine::KeyBulkBuilder Builder(Loaded->Engine);
+    for (size_t Key = 1; Key <= Keys(); ++Key) {
+      Builder.BeginKey(int(Key), int64_t(model_.Live.size()));
+      for (const Entry& E : model_.Sorted(int(Key))) Builder.Add(E.Text, E.Record);
+      Builder.FinishKey();
+    }
+    Builder.Finish(model_.Last);
+    file_ = std::move(Loaded);
+    model_.Stack.clear();  // a loaded file starts with no deleted records
+    Verify();
+  }
+
   void Verify() {
-    ASSERT_EQ(file_.Problems(), std::vector<std::string>{});
-    EXPECT_EQ(file_.Run("U"), static_cast<int32_t>(model_.Stack.size()));
-    ASSERT_EQ(engine::ListDeletedRecords(file_.Engine), model_.Stack);
+    ASSERT_EQ(file_->Problems(), std::vector<std::string>{});
+    EXPECT_EQ(file_->Run("U"), static_cast<int32_t>(model_.Stack.size()));
+    ASSERT_EQ(engine::ListDeletedRecords(file_->Engine), model_.Stack);
     for (size_t Key = 1; Key <= Keys(); ++Key) {
       const std::vector<Entry> Expected = model_.Sorted(int(Key));
       VerifyWalks(int(Key), Expected);
@@ -196,7 +199,7 @@ class ModelRun {
   }
 
   void VerifyWalks(int Key, const std::vector<Entry>& Expected) {
-    const std::vector<engine::KeyEntry> Listed = file_.Entries(Key);
+    const std::vector<engine::KeyEntry> Listed = file_->Entries(Key);
     ASSERT_EQ(Listed.size(), Expected.size());
     for (size_t I = 0; I < Listed.size(); ++I) {
       ASSERT_EQ(Listed[I].Text, Expected[I].Text) << "key " << Key << " entry " << I;
@@ -204,14 +207,14 @@ class ModelRun {
     }
     const std::string K = std::to_string(Key);
     std::vector<int32_t> Forward, Backward;
-    for (file_.Run("F\\" + K + "\\1"); file_.Status == 0; file_.Run("N\\1")) {
-      Forward.push_back(file_.Result);
+    for (file_->Run("F\\" + K + "\\1"); file_->Status == 0; file_->Run("N\\1")) {
+      Forward.push_back(file_->Result);
     }
-    ASSERT_EQ(file_.Status, Expected.empty() ? 16 : 15);
-    for (file_.Run("L\\" + K + "\\1"); file_.Status == 0; file_.Run("P\\1")) {
-      Backward.push_back(file_.Result);
+    ASSERT_EQ(file_->Status, Expected.empty() ? 16 : 15);
+    for (file_->Run("L\\" + K + "\\1"); file_->Status == 0; file_->Run("P\\1")) {
+      Backward.push_back(file_->Result);
     }
-    ASSERT_EQ(file_.Status, Expected.empty() ? 16 : 13);
+    ASSERT_EQ(file_->Status, Expected.empty() ? 16 : 13);
     std::reverse(Backward.begin(), Backward.end());
     std::vector<int32_t> Records;
     for (const Entry& E : Expected) Records.push_back(E.Record);
@@ -264,21 +267,21 @@ class ModelRun {
         const size_t At = Bound(Value, Record);
         if (Size > 0) Status = At == 0 ? 13 : 0, Cursor = At == 0 ? 0 : At - 1;
       }
-      file_.Run(Command);
-      ASSERT_EQ(file_.Status, Status) << Command;
-      ASSERT_EQ(file_.Result, Size == 0 ? 0 : M[Cursor].Record) << Command;
+      file_->Run(Command);
+      ASSERT_EQ(file_->Status, Status) << Command;
+      ASSERT_EQ(file_->Result, Size == 0 ? 0 : M[Cursor].Record) << Command;
       if (Size == 0) continue;
-      file_.Run("N\\1");
+      file_->Run("N\\1");
       const bool More = Cursor + 1 < Size;
-      ASSERT_EQ(file_.Status, More ? 0 : 15) << "N after " << Command;
-      ASSERT_EQ(file_.Result, M[More ? Cursor + 1 : Size - 1].Record) << "N after " << Command;
+      ASSERT_EQ(file_->Status, More ? 0 : 15) << "N after " << Command;
+      ASSERT_EQ(file_->Result, M[More ? Cursor + 1 : Size - 1].Record) << "N after " << Command;
     }
   }
 
   Plan plan_;
   std::mt19937 random_;
   std::mt19937 queries_{12345u};  // apart, so that the operations do not depend on the batch
-  EngineFile file_;
+  std::unique_ptr<EngineFile> file_;
   std::vector<std::vector<std::string>> pools_;
   Model model_;
   int refused_ = 0;

@@ -18,7 +18,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/query_tables.h"
+#include "support/open_table.h"
 #include "table/TableState.h"
 
 namespace tqdb::query {
@@ -215,7 +215,7 @@ class FilterDifferentialTest : public ::testing::Test {
       Rows.push_back(R);
     }
     const std::string Path = testing::WriteTable(Dir, "CLIEN", "01", Table, Records);
-    File = testing::OpenTable(Dir, Path);
+    File = testing::OpenAt(Dir, Path);
     Db.Exec(
         "CREATE TABLE t(rec INTEGER PRIMARY KEY, NOMBRE TEXT, CIUDAD TEXT, EDAD INTEGER, "
         "SALDO REAL, CANTIDAD INTEGER, PRECIO REAL, CODIGO TEXT)");

@@ -1,10 +1,12 @@
-// A long random run of AddNew, Edit and Delete through the public interface, checked
-// against a model of the table kept in memory: every key's walk, every record's values,
-// the reuse of deleted numbers, the moves after changing the current record, and the key
-// file's own invariants.
+// A long random run of AddNew, Edit, Delete, AddToField, seeks and a ReIndex through the
+// public interface, checked against a model of the table kept in memory: every key's walk,
+// every seek option, every record's values of every type (images and long texts that grow,
+// shrink and go), the reuse of deleted numbers, the moves after changing the current record,
+// and the key file's own invariants.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <map>
 #include <optional>
 #include <random>
@@ -28,8 +30,9 @@ using testing::TableSpec;
 TableSpec ModelSpec() {
   TableSpec Spec;
   Spec.Description = "Modelo";
-  Spec.Fields = {{"CODE", 10, 6, 1}, {"NAME", 10, 10, 2}, {"FECHA", 5, 6, 3},
-                 {"GRP", 10, 2, 4},  {"AMOUNT", 3, 8, 5}, {"QTY", 1, 2, 6}};
+  Spec.Fields = {{"CODE", 10, 6, 1},  {"NAME", 10, 10, 2}, {"FECHA", 5, 6, 3}, {"GRP", 10, 2, 4},
+                 {"AMOUNT", 3, 8, 5}, {"QTY", 1, 2, 6},    {"PRICE", 2, 4, 7}, {"TOTAL", 4, 4, 8},
+                 {"FOTO", 62, 4, 9},  {"MEMO", 74, 12, 10}};
   Spec.Keys = {{{{2, 1, 10}, {1, 1, 6}}}, {{{3, 1, 6}}}, {{{4, 1, 2}}}};
   return Spec;
 }
@@ -40,6 +43,9 @@ struct Row {
   std::string Group;
   double Amount = 0;
   int Qty = 0;
+  float Price = 0;
+  int32_t Total = 0;
+  std::string Foto, Memo;  // Windows-1252
 };
 
 std::string Padded(std::string Text, size_t Width) {
@@ -106,6 +112,9 @@ class Model {
   }
 };
 
+constexpr const char* kFields[] = {"NAME", "CODE",  "FECHA", "GRP",  "AMOUNT",
+                                   "QTY",  "PRICE", "TOTAL", "FOTO", "MEMO"};
+
 class RecordsetModelTest : public ::testing::Test {
  protected:
   RecordsetModelTest() : Table(ModelSpec(), {}), T(Table.File()), Random(20240611) {}
@@ -124,17 +133,32 @@ class RecordsetModelTest : public ::testing::Test {
     R.Group = kGroups[Pick(0, 3)];
     R.Amount = Pick(-4000, 4000) / 4.0;
     R.Qty = Pick(-30000, 30000);
+    R.Price = static_cast<float>(Pick(-400, 400)) / 8;
+    R.Total = Pick(INT_MIN, INT_MAX);
+    R.Foto = Pick(0, 3) ? std::string(static_cast<size_t>(Pick(1, 300)), "ab\xF1"[Pick(0, 2)]) : "";
+    R.Memo = Pick(0, 3)
+                 ? std::to_string(Pick(0, 9)) + std::string(static_cast<size_t>(Pick(0, 150)), 'm')
+                 : "";
     return R;
   }
 
-  void Put(const char* Field, const Row& R) {
-    const std::string F = Field;
-    if (F == "CODE") T.SetFields(F, platform::Cp1252ToUtf8(R.Code));
-    if (F == "NAME") T.SetFields(F, platform::Cp1252ToUtf8(R.Name));
-    if (F == "FECHA") T.SetFields(F, R.Day);
-    if (F == "GRP") T.SetFields(F, platform::Cp1252ToUtf8(R.Group));
-    if (F == "AMOUNT") T.SetFields(F, std::to_string(R.Amount));  // a text with a point
-    if (F == "QTY") T.SetFields(F, static_cast<int32_t>(R.Qty));
+  // Puts field F of R; with From, takes the field's value from From first.
+  void Put(const std::string& F, Row& R, const Row* From = nullptr) {
+    using platform::Cp1252ToUtf8;
+    const auto Take = [&](auto Member) {
+      if (From != nullptr) R.*Member = From->*Member;
+      return R.*Member;
+    };
+    if (F == "CODE") T.SetFields(F, Cp1252ToUtf8(Take(&Row::Code)));
+    if (F == "NAME") T.SetFields(F, Cp1252ToUtf8(Take(&Row::Name)));
+    if (F == "FECHA") T.SetFields(F, Take(&Row::Day));
+    if (F == "GRP") T.SetFields(F, Cp1252ToUtf8(Take(&Row::Group)));
+    if (F == "AMOUNT") T.SetFields(F, std::to_string(Take(&Row::Amount)));  // a text with a point
+    if (F == "QTY") T.SetFields(F, static_cast<int32_t>(Take(&Row::Qty)));
+    if (F == "PRICE") T.SetFields(F, static_cast<double>(Take(&Row::Price)));
+    if (F == "TOTAL") T.SetFields(F, std::to_string(Take(&Row::Total)));
+    if (F == "FOTO") T.SetFields(F, Cp1252ToUtf8(Take(&Row::Foto)));
+    if (F == "MEMO") T.SetFields(F, Cp1252ToUtf8(Take(&Row::Memo)));
   }
 
   int32_t RandomLive() {
@@ -144,9 +168,9 @@ class RecordsetModelTest : public ::testing::Test {
   }
 
   void AddOne() {
-    const Row R = RandomRow();
+    Row R = RandomRow();
     T.AddNew();
-    for (const char* F : {"CODE", "NAME", "FECHA", "GRP", "AMOUNT", "QTY"}) Put(F, R);
+    for (const char* F : kFields) Put(F, R);
     T.Update();
     int32_t Expected = M.Last + 1;
     if (!M.Freed.empty()) {
@@ -165,16 +189,8 @@ class RecordsetModelTest : public ::testing::Test {
     const Row New = RandomRow();
     T.SetBookMark(Record);
     T.Edit();
-    for (const char* F : {"NAME", "CODE", "FECHA", "GRP", "AMOUNT", "QTY"}) {
-      if (Pick(0, 2) != 0) continue;
-      const std::string Name = F;
-      if (Name == "NAME") R.Name = New.Name;
-      if (Name == "CODE") R.Code = New.Code;
-      if (Name == "FECHA") R.Day = New.Day;
-      if (Name == "GRP") R.Group = New.Group;
-      if (Name == "AMOUNT") R.Amount = New.Amount;
-      if (Name == "QTY") R.Qty = New.Qty;
-      Put(F, R);
+    for (const char* F : kFields) {
+      if (Pick(0, 2) == 0) Put(F, R, &New);
     }
     T.Update();
   }
@@ -183,6 +199,46 @@ class RecordsetModelTest : public ::testing::Test {
     T.Delete(Record);
     M.Rows.erase(Record);
     M.Freed.push_back(Record);
+  }
+
+  // Adds to a number of a random record in place.
+  void AddToOne() {
+    const int32_t Record = RandomLive();
+    Row& R = M.Rows.at(Record);
+    T.SetBookMark(Record);
+    const int Add = Pick(-100, 100);
+    if (Pick(0, 1)) {
+      R.Amount += Add / 4.0;
+      EXPECT_DOUBLE_EQ(T.AddToField("AMOUNT", Add / 4.0), R.Amount);
+    } else {
+      R.Qty += Add;
+      EXPECT_EQ(T.AddToKField(6, Add), R.Qty);
+    }
+  }
+
+  // Seeks, with every option that takes a value, a key text that some record holds or one
+  // next to it; the answer is the model's.
+  void SeekOne() {
+    const int Key = Pick(1, 3);
+    std::string Text = KeyOf(M.Rows.at(RandomLive()), Key);
+    if (Pick(0, 1)) Text.back() = static_cast<char>(Text.back() + (Pick(0, 1) ? 1 : -1));
+    const std::vector<Entry> All = M.Entries(Key);
+    const auto Low = std::lower_bound(All.begin(), All.end(), Entry{Text, 0}, Less);
+    const auto High = std::upper_bound(All.begin(), All.end(), Entry{Text, INT32_MAX}, Less);
+    const std::pair<int32_t, int32_t> Cases[] = {
+        {adseekfirsteq, Low != High ? Low->second : 0},
+        {adSeekLastEQ, Low != High ? std::prev(High)->second : 0},
+        {adSeekAfterEQ, Low != All.end() ? Low->second : 0},
+        {adSeekBeforeEQ,  // the first equal entry, else the last below
+         Low != High          ? Low->second
+         : Low != All.begin() ? std::prev(Low)->second
+                              : 0}};
+    T.SetIndex(static_cast<int16_t>(Key));
+    for (const auto& [Option, Expected] : Cases) {
+      EXPECT_EQ(T.SeekKey(platform::Cp1252ToUtf8(Text), Option), Expected)
+          << "key " << Key << " option " << Option << " " << Text;
+      EXPECT_EQ(T.BookMark(), Expected);
+    }
   }
 
   // Stands on a record through key 1, deletes or re-keys it, then moves once and checks
@@ -203,8 +259,8 @@ class RecordsetModelTest : public ::testing::Test {
       DeleteOne(Record);
     } else {
       T.Edit();
-      M.Rows.at(Record).Name = RandomRow().Name;
-      Put("NAME", M.Rows.at(Record));
+      const Row New = RandomRow();
+      Put("NAME", M.Rows.at(Record), &New);
       T.Update();
     }
     const bool Forward = Pick(0, 1);
@@ -242,6 +298,11 @@ class RecordsetModelTest : public ::testing::Test {
       ASSERT_EQ(T.Fields("GRP").ToString(), Padded(R.Group, 2));
       ASSERT_DOUBLE_EQ(T.Fields("AMOUNT").AsNumber(), R.Amount);
       ASSERT_EQ(T.Fields("QTY").AsInteger(), R.Qty);
+      ASSERT_EQ(T.Fields("PRICE").AsNumber(), R.Price);
+      ASSERT_EQ(T.Fields("TOTAL").AsInteger(), R.Total);
+      std::string Foto = T.Fields("FOTO").ToString();  // the image and its slack of blanks
+      ASSERT_EQ(Foto.erase(Foto.find_last_not_of(' ') + 1), platform::Cp1252ToUtf8(R.Foto));
+      ASSERT_EQ(T.Fields("MEMO").ToString(), platform::Cp1252ToUtf8(R.Memo));
     }
     ASSERT_EQ(T.DeletedRecordCount(), static_cast<int32_t>(M.Freed.size()));
   }
@@ -261,10 +322,18 @@ TEST_F(RecordsetModelTest, ThousandsOfRandomChangesKeepKeysRecordsAndNumbersInSt
       ASSERT_NO_FATAL_FAILURE(AddOne());
     } else if (Dice < 72) {
       EditOne(RandomLive());
-    } else if (Dice < 92) {
+    } else if (Dice < 85) {
       DeleteOne(RandomLive());
+    } else if (Dice < 89) {
+      AddToOne();
+    } else if (Dice < 92) {
+      SeekOne();
     } else {
       ASSERT_NO_FATAL_FAILURE(ChangeCurrentAndMove());
+    }
+    if (Op == 1500) {  // built anew from the data file: the freed numbers wait in order
+      T.ReIndex();
+      std::sort(M.Freed.begin(), M.Freed.end());
     }
     if (Op % 750 == 0) {
       ASSERT_NO_FATAL_FAILURE(CheckAgainstModel()) << "after " << Op;

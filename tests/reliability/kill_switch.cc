@@ -1,6 +1,5 @@
-// The kill switch of kill_switch.h: definitions of pwrite, ftruncate, rename and unlink
-// that count file changes and pass each call on to the next definition (the C library's,
-// or a sanitizer's in front of it).
+// The kill switch of kill_switch.h: pwrite, ftruncate, rename and unlink count file changes
+// and pass each call on to the next definition (the C library's, or a sanitizer's).
 #include "reliability/kill_switch.h"
 
 #include <dlfcn.h>
@@ -35,7 +34,6 @@ void ArmKillSwitch(int64_t N) {
   KillAt.store(N);
 }
 void DisarmKillSwitch() { KillAt.store(0); }
-int64_t FileChangesSeen() { return Seen.load(); }
 
 }  // namespace tqdb::testing
 

@@ -1,4 +1,4 @@
-// Figures gathered across the tests of one program, printed once at its end.
+// Prints a figure gathered across the tests of one program once, when the program ends.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,22 +10,18 @@
 
 namespace tqdb::testing {
 
-// Prints Line() as a line of its own when the test program ends (GoogleTest's global
-// tear-down), unless it is empty. Returns true, so that a test file can register its
-// line while its globals are initialised.
+// Registers Line() to be printed at GoogleTest's global tear-down unless it is empty;
+// returns true, so that a test file can register it while its globals are initialised.
 inline bool PrintAtEnd(std::function<std::string()> Line) {
-  class Summary : public ::testing::Environment {
-   public:
-    explicit Summary(std::function<std::string()> Line) : line_(std::move(Line)) {}
+  struct Summary : ::testing::Environment {
+    std::function<std::string()> Line;
     void TearDown() override {
-      const std::string Text = line_();
-      if (!Text.empty()) std::printf("%s\n", Text.c_str());
+      if (const std::string Text = Line(); !Text.empty()) std::printf("%s\n", Text.c_str());
     }
-
-   private:
-    std::function<std::string()> line_;
   };
-  ::testing::AddGlobalTestEnvironment(new Summary(std::move(Line)));  // GoogleTest owns it
+  auto* Printer = new Summary;  // GoogleTest owns it
+  Printer->Line = std::move(Line);
+  ::testing::AddGlobalTestEnvironment(Printer);
   return true;
 }
 

@@ -5,8 +5,8 @@
 //
 // Key values are built from the records as the format says (segments in order, each
 // taken from its field, upper-cased) and ordered by value, then by record number. Deleted
-// records ("ANULADO") carry no keys. Texts are raw Windows-1252 bytes; upper-casing here
-// covers ASCII only.
+// records ("ANULADO") carry no keys. Texts are raw Windows-1252 bytes; upper-casing and
+// ordering here cover ASCII only.
 #pragma once
 
 #include <cstdint>
@@ -17,10 +17,7 @@
 
 namespace tqdb::testing {
 
-// The key text of key Key (1-based) for one record's bytes.
-std::string KeyTextOf(const TableSpec& Table, int Key, const std::string& Record);
-
-// Record numbers (1-based) of the live records in the order of key Key.
+// Record numbers (1-based) of the live records in the order of key Key (1-based).
 std::vector<int32_t> KeyOrder(const TableSpec& Table, int Key,
                               const std::vector<std::string>& Records);
 

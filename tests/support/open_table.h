@@ -1,5 +1,5 @@
-// A table written byte by byte into a temporary directory and opened through the public
-// interface (the open builds its key file from the data file).
+// Tables written byte by byte into a temporary directory and opened through the public
+// interface (the open builds the key file from the data file).
 #pragma once
 
 #include <memory>
@@ -12,38 +12,38 @@
 
 namespace tqdb::testing {
 
+// Writes Name's dictionary into Dir and Records as Name + Suffix + ".tqd"; returns the data
+// file's path.
+inline std::string WriteTable(const TempDir& Dir, const std::string& Name,
+                              const std::string& Suffix, const TableSpec& Spec,
+                              const std::vector<std::string>& Records) {
+  WriteDictionary(Dir.Dir(), Name, Spec);
+  return WriteDataFile(Dir.File(Name + Suffix + ".tqd"), Records);
+}
+
+// A table object on the table whose data file is DataPath, dictionary in Dir.
+inline std::unique_ptr<TQFile> OpenAt(const TempDir& Dir, const std::string& DataPath) {
+  auto File = std::make_unique<TQFile>();
+  File->OpenFile(DataPath, Dir.Dir());
+  return File;
+}
+
+// The table TABLA01 of Spec and Records (whole record images), open.
 class OpenTable {
  public:
-  // Writes the dictionary of Spec as "TABLA.tqa" and Records as "TABLA01.tqd", then opens
-  // the table. Records are whole record images (RecordBytes / DeletedRecordBytes).
-  OpenTable(const TableSpec& Spec, const std::vector<std::string>& Records) : spec_(Spec) {
-    WriteDictionary(dir_.Dir(), "TABLA", spec_);
-    WriteDataFile(DataPath(), Records);
-    file_ = Open();
-  }
+  OpenTable(const TableSpec& Spec, const std::vector<std::string>& Records)
+      : file_(OpenAt(dir_, WriteTable(dir_, "TABLA", "01", Spec, Records))) {}
 
   TQFile& File() { return *file_; }
-  const TableSpec& Spec() const { return spec_; }
   const TempDir& Dir() const { return dir_; }
-
-  // The name OpenFile takes, and the paths of the table's files.
   std::string FileName() const { return dir_.File("TABLA01"); }
-  std::string DataPath() const { return dir_.File("TABLA01.tqd"); }
   std::string KeyPath() const { return dir_.File("TABLA01.tqc"); }
-
   // Another table object on the same table (as a second user would hold it).
-  std::unique_ptr<TQFile> Open() const {
-    auto File = std::make_unique<TQFile>();
-    File->OpenFile(FileName(), dir_.Dir());
-    return File;
-  }
-
-  // The data file's bytes as they stand.
+  std::unique_ptr<TQFile> Open() const { return OpenAt(dir_, FileName()); }
   std::string DataBytes() const { return dir_.Read("TABLA01.tqd"); }
 
  private:
   TempDir dir_;
-  TableSpec spec_;
   std::unique_ptr<TQFile> file_;
 };
 

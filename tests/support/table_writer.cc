@@ -3,14 +3,12 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <cstdint>
 #include <fstream>
 #include <stdexcept>
 
 namespace tqdb::testing {
 namespace {
-
-constexpr int kRecord = 33;
-constexpr int kKeySlots = 30;
 
 std::string Padded(std::string_view Text, size_t Width) {
   std::string Out(Text.substr(0, Width));
@@ -26,8 +24,14 @@ std::string Little(uint64_t Bits, int Width) {
 
 bool IsDoubleType(int Type) { return Type == 3 || Type == 7 || (Type >= 80 && Type <= 85); }
 
+// Two characters that read as Value (0..2277): "07", "45", beyond 99 characters above "9".
+std::string TwoDigitField(int Value) {
+  if (Value < 0 || Value > 2277) throw std::invalid_argument("TwoDigitField out of range");
+  const int First = std::min(Value / 10, 207);  // the highest byte is 48 + 207
+  return {static_cast<char>('0' + First), static_cast<char>('0' + Value - 10 * First)};
+}
+
 std::string Encode(const FieldSpec& Field, const Value& V) {
-  const int Width = FieldWidthOf(Field);
   const double N = V.IsNumber ? V.Number : 0;
   switch (Field.Type) {
     case 1:
@@ -40,7 +44,7 @@ std::string Encode(const FieldSpec& Field, const Value& V) {
       return Little(std::bit_cast<uint32_t>(static_cast<float>(N)), 4);
     default:
       if (IsDoubleType(Field.Type)) return Little(std::bit_cast<uint64_t>(N), 8);
-      return Padded(V.Text, static_cast<size_t>(Width));
+      return Padded(V.Text, static_cast<size_t>(FieldWidthOf(Field)));
   }
 }
 
@@ -52,49 +56,21 @@ void WriteFile(const std::string& Path, std::string_view Bytes) {
 
 }  // namespace
 
-std::string TwoDigitField(int Value) {
-  if (Value < 0 || Value > 2277) throw std::invalid_argument("TwoDigitField out of range");
-  const int First = std::min(Value / 10, 207);  // the highest byte is 48 + 207
-  const int Second = Value - 10 * First;
-  return {static_cast<char>('0' + First), static_cast<char>('0' + Second)};
-}
-
 int FieldWidthOf(const FieldSpec& Field) {
-  switch (Field.Type) {
-    case 1:
-      return 2;
-    case 2:
-    case 4:
-    case 6:
-    case 62:
-      return 4;
-    case 5:
-      return 6;
-    default:
-      return IsDoubleType(Field.Type) ? 8 : Field.Length;
-  }
+  if (Field.Type == 1) return 2;
+  if (Field.Type == 2 || Field.Type == 4 || Field.Type == 6 || Field.Type == 62) return 4;
+  if (Field.Type == 5) return 6;
+  return IsDoubleType(Field.Type) ? 8 : Field.Length;
 }
 
 int RecordLengthOf(const TableSpec& Table) {
-  int Sum = 0;
-  for (const FieldSpec& F : Table.Fields) Sum += FieldWidthOf(F);
-  return Sum;
+  return FieldOffsetOf(Table, static_cast<int>(Table.Fields.size()) + 1);
 }
 
 int FieldOffsetOf(const TableSpec& Table, int Index) {
   int Offset = 0;
   for (int i = 1; i < Index; ++i) Offset += FieldWidthOf(Table.Fields.at(i - 1));
   return Offset;
-}
-
-std::string KeySegmentRecord(int Key, const SegmentSpec& S, int FieldId) {
-  std::string R = "I";
-  R += static_cast<char>('0' + Key);
-  R += S.ById ? "00" : TwoDigitField(S.Field);
-  R += TwoDigitField(S.Start) + TwoDigitField(S.Length);
-  R += std::string(23, ' ');
-  R += TwoDigitField(FieldId);
-  return R;
 }
 
 std::string DictionaryBytes(const TableSpec& Table) {
@@ -109,12 +85,14 @@ std::string DictionaryBytes(const TableSpec& Table) {
   for (size_t k = 0; k < Table.Keys.size(); ++k) {
     for (const SegmentSpec& S : Table.Keys[k].Segments) {
       const FieldSpec& F = Table.Fields.at(S.Field - 1);
-      Out += KeySegmentRecord(static_cast<int>(k) + 1, S, F.Id != 0 ? F.Id : S.Field);
+      Out += "I" + std::string(1, static_cast<char>('1' + k)) +
+             (S.ById ? "00" : TwoDigitField(S.Field)) + TwoDigitField(S.Start) +
+             TwoDigitField(S.Length) + std::string(23, ' ') +
+             TwoDigitField(F.Id != 0 ? F.Id : S.Field);
       ++Slots;
     }
   }
-  for (; Slots < kKeySlots; ++Slots) Out += std::string(kRecord, ' ');
-  return Out;
+  return Out + std::string(33 * static_cast<size_t>(std::max(0, 30 - Slots)), ' ');
 }
 
 std::string RecordBytes(const TableSpec& Table, const std::vector<Value>& Values) {
@@ -125,10 +103,8 @@ std::string RecordBytes(const TableSpec& Table, const std::vector<Value>& Values
 }
 
 std::string DeletedRecordBytes(const TableSpec& Table) {
-  std::string Out(static_cast<size_t>(RecordLengthOf(Table)), '\0');
-  Out.replace(0, std::min<size_t>(7, Out.size()),
-              std::string_view("ANULADO").substr(0, Out.size()));
-  return Out;
+  std::string Out = std::string("ANULADO").substr(0, size_t(RecordLengthOf(Table)));
+  return Out + std::string(size_t(RecordLengthOf(Table)) - Out.size(), '\0');
 }
 
 std::string WriteDictionary(const std::string& Directory, std::string_view Name,

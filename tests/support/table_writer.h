@@ -6,7 +6,6 @@
 // Texts are raw bytes (Windows-1252, as the files hold them).
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -37,22 +36,17 @@ struct TableSpec {
   std::vector<KeySpec> Keys;  // key 1 first
 };
 
-// Two characters that TwoDigits reads as Value (0..2277): "07", "45", and beyond 99
-// characters above "9" ("A0" for 170).
-std::string TwoDigitField(int Value);
-
 // Storage width of a field (2, 4, 8, 6, 4 for types 1; 2/4/6; 3/7/80-85; 5; 62, else the
-// declared length) and the record length of a table.
+// declared length), the record length of a table, and the 0-based offset of field Index
+// (1-based) in the record.
 int FieldWidthOf(const FieldSpec& Field);
 int RecordLengthOf(const TableSpec& Table);
-// 0-based offset of field Index (1-based) in the record.
 int FieldOffsetOf(const TableSpec& Table, int Index);
 
 // The dictionary file's bytes: the header, one record per field, one record per key
 // segment (in key order, segments in order) and blank records up to the 30 key slots.
+// Numbers are two characters, read as 10 x (first - '0') + (second - '0').
 std::string DictionaryBytes(const TableSpec& Table);
-// One 33-character key-segment record for key number Key (its character is '0' + Key).
-std::string KeySegmentRecord(int Key, const SegmentSpec& Segment, int FieldId);
 
 // A field value in the form a test writes it: a number for the binary types (1, 2, 3, 4,
 // 6, 7, 80-85, and 62 as a 32-bit position), raw text otherwise (a date's stored yymmdd).

@@ -1,3 +1,5 @@
+// Opening tables whose files were written byte by byte (the key file too), rebuilding
+// missing key files, finding files whatever their case, and deleting tables.
 #include "table/open_table.h"
 
 #include <gtest/gtest.h>
@@ -8,7 +10,6 @@
 #include <filesystem>
 #include <regex>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "support/file_checks.h"
@@ -25,21 +26,17 @@ namespace {
 namespace fs = std::filesystem;
 using testing::FilesIn;
 using testing::KeyFileBytes;
-using testing::KeyOrder;
 using testing::MessageCapture;
 using testing::ScopedEnv;
 using testing::TableSpec;
 using testing::TempDir;
-using testing::ZipMember;
 
 // CLIEN: a code, a name and a balance; key 1 on the code, key 2 on the name's first
 // eight characters then the code, key 3 on characters 3-6 of the code (by field id).
 TableSpec Clients() {
-  TableSpec T;
-  T.Description = "Clientes";
-  T.Fields = {{"Codigo", 10, 6, 1}, {"Nombre", 10, 12, 2}, {"Saldo", 3, 8, 3}};
-  T.Keys = {{{{1, 1, 6}}}, {{{2, 1, 8}, {1, 1, 6}}}, {{{1, 3, 4, true}}}};
-  return T;
+  return {"Clientes",
+          {{"Codigo", 10, 6, 1}, {"Nombre", 10, 12, 2}, {"Saldo", 3, 8, 3}},
+          {{{{1, 1, 6}}}, {{{2, 1, 8}, {1, 1, 6}}}, {{{1, 3, 4, true}}}}};
 }
 
 std::vector<std::string> ClientRecords(int Count) {
@@ -59,29 +56,6 @@ std::string Joined(const std::vector<std::string>& Records) {
   return All;
 }
 
-// Record numbers met walking key Key from the first entry to the end.
-std::vector<int32_t> WalkForward(TQFile& Table, int16_t Key) {
-  Table.SetIndex(Key);
-  std::vector<int32_t> Seen;
-  Table.MoveFirst();
-  for (int Guard = 0; !Table.Eof() && Guard < 10000; ++Guard) {
-    Seen.push_back(Table.BookMark());
-    Table.MoveNext();
-  }
-  return Seen;
-}
-
-std::vector<int32_t> WalkBackward(TQFile& Table, int16_t Key) {
-  Table.SetIndex(Key);
-  std::vector<int32_t> Seen;
-  Table.MoveLast();
-  for (int Guard = 0; !Table.Bof() && Guard < 10000; ++Guard) {
-    Seen.insert(Seen.begin(), Table.BookMark());
-    Table.MovePrevious();
-  }
-  return Seen;
-}
-
 class OpenTableTest : public ::testing::Test {
  protected:
   // Writes the dictionary and the data file, and the key file unless told not to.
@@ -91,11 +65,21 @@ class OpenTableTest : public ::testing::Test {
     testing::WriteDataFile(Data.File("CLIEN01.tqd"), Records);
     if (WithKeyFile) Data.Write("CLIEN01.tqc", KeyFileBytes(Clients(), Records));
   }
-  void ExpectEveryKeyWalksInOrder(TQFile& Table) {
-    for (int16_t Key = 1; Key <= 3; ++Key) {
-      const std::vector<int32_t> Expected = KeyOrder(Clients(), Key, Records);
-      EXPECT_EQ(WalkForward(Table, Key), Expected) << "key " << Key;
-      EXPECT_EQ(WalkBackward(Table, Key), Expected) << "key " << Key;
+  // Every key walks forwards and backwards in the order the records give.
+  void ExpectEveryKeyWalksInOrder(TQFile& Table, const TableSpec& Spec = Clients(),
+                                  std::initializer_list<int16_t> Keys = {1, 2, 3}) {
+    for (const int16_t Key : Keys) {
+      Table.SetIndex(Key);
+      std::vector<int32_t> Forward, Backward;
+      for (Table.MoveFirst(); !Table.Eof() && Forward.size() < 10000; Table.MoveNext()) {
+        Forward.push_back(Table.BookMark());
+      }
+      for (Table.MoveLast(); !Table.Bof() && Backward.size() < 10000; Table.MovePrevious()) {
+        Backward.insert(Backward.begin(), Table.BookMark());
+      }
+      const std::vector<int32_t> Expected = testing::KeyOrder(Spec, Key, Records);
+      EXPECT_EQ(Forward, Expected) << "key " << Key;
+      EXPECT_EQ(Backward, Expected) << "key " << Key;
     }
   }
   std::string TableFile() const { return Data.File("CLIEN01"); }
@@ -124,19 +108,34 @@ TEST_F(OpenTableTest, OpensATableWrittenByteByByteAndWalksEveryKey) {
   EXPECT_EQ(Table.RecordCount(), 150);
   ExpectEveryKeyWalksInOrder(Table);
   EXPECT_TRUE(Shown.Messages.empty());
+  Table.SetBookMark(7);
+  Table.SetPosition(3);  // without a filter nothing changes
+  EXPECT_EQ(Table.Position(), 7);
+  Table.Edit();
+  Table.SetKField(2, 0, Variant("NUEVO"));  // field id 2: Nombre
+  EXPECT_EQ(Table.KField(2).ToString().substr(0, 5), "NUEVO");
+  EXPECT_EQ(Table.GetKeyField(3), 3);  // the field of id 3
+  Table.SetFieldType(1, 11);
+  EXPECT_EQ(Table.FieldType(1), 11);
 }
 
+// Empty first (a rebuild writes "CLIEN01.TQC"), then missing, then missing with the
+// dictionary directory named by the setting.
 TEST_F(OpenTableTest, AMissingOrEmptyKeyFileIsRebuiltSilently) {
   WriteTable(150, /*WithKeyFile=*/false);
-  for (bool Empty : {true, false}) {  // empty first: a rebuild writes "CLIEN01.TQC"
-    SCOPED_TRACE(Empty ? "empty" : "missing");
+  const std::string Settings =
+      Dict.Write("brinvale.ini", "[Settings]\nDirectory=" + Dict.Dir() + "\n");
+  for (int Round = 0; Round < 3; ++Round) {
+    SCOPED_TRACE(Round);
+    fs::remove(Data.File("CLIEN01.TQC"));
     Data.Write("CLIEN01.tqc", "");
-    if (!Empty) fs::remove(Data.File("CLIEN01.tqc"));
+    if (Round > 0) fs::remove(Data.File("CLIEN01.tqc"));
     MessageCapture Shown;
     std::vector<int32_t> Progress;
     TQFile Table;
     Table.OnProgress([&](int32_t Percentage) { Progress.push_back(Percentage); });
-    EXPECT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 0);
+    ScopedEnv UseSettings("TQDB_SETTINGS", Settings.c_str());
+    EXPECT_EQ(Round < 2 ? Table.OpenFile(TableFile(), Dict.Dir()) : Table.OpenFile(TableFile()), 0);
     EXPECT_EQ(Progress, std::vector<int32_t>{67});  // after 100 of 150 records
     EXPECT_TRUE(Shown.Messages.empty());
     ExpectEveryKeyWalksInOrder(Table);
@@ -154,10 +153,7 @@ TEST_F(OpenTableTest, AMissingOrEmptyKeyFileIsRebuiltSilently) {
   Table.Delete(2);
   Records.push_back(testing::RecordBytes(Gap, {"999999", "", 0.0}));
   Records[1] = testing::DeletedRecordBytes(Gap);
-  for (int16_t Key : {1, 3}) {
-    EXPECT_EQ(WalkForward(Table, Key), KeyOrder(Gap, Key, Records)) << "key " << Key;
-    EXPECT_EQ(WalkBackward(Table, Key), KeyOrder(Gap, Key, Records)) << "key " << Key;
-  }
+  ExpectEveryKeyWalksInOrder(Table, Gap, {1, 3});
 }
 
 TEST_F(OpenTableTest, AKeyFileThatCannotBeOpenedIsReportedAndNotRebuilt) {
@@ -180,30 +176,24 @@ TEST_F(OpenTableTest, AKeyFileThatCannotBeOpenedIsReportedAndNotRebuilt) {
   const testing::ReadOnlyFiles ReadOnly(Data.Path());
   EXPECT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 23);
   ASSERT_EQ(Shown.Messages.size(), 2u);
-  // The upper-cased command holds no character of code 93 or more: the fault is shown, not the path.
+  // The upper-cased command holds no character of code 93 or more: the fault, not the path.
   EXPECT_EQ(Shown.Messages[1].first, "Permiso denegado");
   EXPECT_EQ(Shown.Messages[1].second, MessageIcon::Critical);
 }
 
-TEST_F(OpenTableTest, WithoutATableDirectoryTheSettingNamesTheDictionaryDirectory) {
-  WriteTable(30, /*WithKeyFile=*/false);
-  const std::string Settings =
-      Dict.Write("brinvale.ini", "[Settings]\nDirectory=" + Dict.Dir() + "\n");
-  ScopedEnv UseSettings("TQDB_SETTINGS", Settings.c_str());
-  TQFile Table;
-  EXPECT_EQ(Table.OpenFile(TableFile()), 0);  // builds the key file from that dictionary too
-  ExpectEveryKeyWalksInOrder(Table);
-}
-
-TEST_F(OpenTableTest, AnEmptyOrMissingDataFileOpensEmpty) {
+// A missing data file is created empty; a partial last record counts by rounding.
+TEST_F(OpenTableTest, DataFilesOfAnyLengthOpen) {
   testing::WriteDictionary(Dict.Dir(), "CLIEN", Clients());
-  for (int Round = 0; Round < 2; ++Round) {  // first missing (created empty), then empty
+  const std::string All = Joined(ClientRecords(3));
+  for (const auto& [Bytes, Count] : std::vector<std::pair<int, int>>{
+           {-1, 0}, {0, 0}, {2 * 26 + 14, 3}, {2 * 26 + 13, 2}}) {  // records of 26 bytes
+    if (Bytes >= 0) Data.Write("CLIEN01.tqd", All.substr(0, size_t(Bytes)));
     TQFile Table;
     EXPECT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 0);
-    EXPECT_EQ(fs::file_size(Data.File("CLIEN01.tqd")), 0u);
-    Table.MoveFirst();
-    EXPECT_TRUE(Table.Bof() && Table.Eof());
-    EXPECT_EQ(Table.RecordCount(), 0);
+    EXPECT_EQ(fs::file_size(Data.File("CLIEN01.tqd")), size_t(std::max(Bytes, 0)));
+    EXPECT_EQ(Table.RecordCount(), Count) << Bytes;
+    if (Count == 0) Table.MoveFirst();
+    EXPECT_EQ(Table.Bof() && Table.Eof(), Count == 0);
   }
 }
 
@@ -243,84 +233,51 @@ TEST_F(OpenTableTest, FileNamesAreFoundWhateverTheirCase) {
     Here.Write(Name("CLIEN01.TQD"), Joined(Records));
     Here.Write(Name("CLIEN01.TQC"), KeyFileBytes(Clients(), Records));
     TQFile Table;
-    const std::string Asked = UpperOnDisk ? "clien01" : "CLIEN01";
-    EXPECT_EQ(Table.OpenFile(Here.Path() + "\\" + Asked, Dict.Dir()), 0);
+    EXPECT_EQ(
+        Table.OpenFile(Here.Path() + "\\" + (UpperOnDisk ? "clien01" : "CLIEN01"), Dict.Dir()), 0);
     EXPECT_EQ(Table.State().DataPath, Here.Path() + "\\");
     ExpectEveryKeyWalksInOrder(Table);
-    EXPECT_EQ(std::distance(fs::directory_iterator(Here.Path()), fs::directory_iterator()), 2);
-    EXPECT_EQ(std::distance(fs::directory_iterator(Dict.Path()), fs::directory_iterator()), 1);
+    EXPECT_EQ(FilesIn(Here.Path()).size(), 2u);
+    EXPECT_EQ(FilesIn(Dict.Path()).size(), 1u);
     fs::remove(Dict.File(Name("CLIEN.TQA")));
   }
 }
 
-class KillDBTest : public OpenTableTest {
- protected:
-  std::string AuditFolder() const { return Audit.Dir() + "Brinvale/Auditoria/"; }
+// KillDB refuses while another object has the table open; confirmed, it archives the data
+// and key files (each under its own name, with its bytes) and deletes them.
+TEST_F(OpenTableTest, KillDBArchivesAndDeletesTheDataAndKeyFiles) {
   TempDir Audit;
   ScopedEnv Tmp{"TMPDIR", Audit.Dir().c_str()};
-};
-
-TEST_F(KillDBTest, ArchivesAndDeletesTheDataAndKeyFilesWhenConfirmed) {
+  const std::string Folder = Audit.Dir() + "Brinvale/Auditoria/";
   WriteTable(8);
-  const std::string DataBytes = Data.Read("CLIEN01.tqd");
-  const std::string KeyBytes = Data.Read("CLIEN01.tqc");
-  TQFile Table;
-  ASSERT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 0);
-  Table.KillDB(false);
-  EXPECT_TRUE(FilesIn(AuditFolder()).empty());
-  Table.KillDB(true);
-
-  EXPECT_FALSE(fs::exists(Data.File("CLIEN01.tqd")));
-  EXPECT_FALSE(fs::exists(Data.File("CLIEN01.tqc")));
-  EXPECT_TRUE(fs::exists(Dict.File("CLIEN.tqa")));
-  const std::vector<std::string> Names = FilesIn(AuditFolder());
-  ASSERT_EQ(Names.size(), 2u);
-  const std::regex Stamp(R"( \d{4}-\d\d-\d\d \d\d \d\d \d\d \.zip)");
-  EXPECT_TRUE(std::regex_match(Names[0].substr(11), Stamp)) << Names[0];
-  EXPECT_EQ(Names[0].substr(0, 11), "CLIEN01.TQc");
-  EXPECT_EQ(Names[1].substr(0, 11), "CLIEN01.TQd");
-  // Each archive holds the file under its own name, with the original bytes.
-  const auto [DataMember, ArchivedData] = ZipMember(AuditFolder() + Names[1]);
-  const auto [KeyMember, ArchivedKeys] = ZipMember(AuditFolder() + Names[0]);
-  EXPECT_EQ(DataMember, "CLIEN01.tqd");
-  EXPECT_EQ(KeyMember, "CLIEN01.tqc");
-  EXPECT_TRUE(ArchivedData == DataBytes);
-  EXPECT_TRUE(ArchivedKeys == KeyBytes);
-}
-
-TEST_F(KillDBTest, RefusesWhileAnotherObjectHasTheTableOpen) {
-  WriteTable(8);
-  TQFile Reader;
-  TQFile Killer;
+  const std::string DataBytes = Data.Read("CLIEN01.tqd"), KeyBytes = Data.Read("CLIEN01.tqc");
+  TQFile Reader, Killer;
   ASSERT_EQ(Reader.OpenFile(TableFile(), Dict.Dir()), 0);
   ASSERT_EQ(Killer.OpenFile(TableFile(), Dict.Dir()), 0);
+  Killer.KillDB(false);
   try {
     Killer.KillDB(true);
     ADD_FAILURE() << "deleted a table another object holds open";
   } catch (const TQError& E) {
     EXPECT_EQ(E.Number(), 70);
   }
-  EXPECT_TRUE(fs::exists(Data.File("CLIEN01.tqd")));
-  EXPECT_TRUE(FilesIn(AuditFolder()).empty());
+  EXPECT_TRUE(FilesIn(Folder).empty());
   ExpectEveryKeyWalksInOrder(Reader);
-
   Reader.CloseDB();
   Killer.KillDB(true);
   EXPECT_FALSE(fs::exists(Data.File("CLIEN01.tqd")));
-}
-
-TEST_F(OpenTableTest, ADataFileWithAPartialRecordOpensAndCountsByRounding) {
-  Records = ClientRecords(3);
-  const std::string All = Joined(Records);
-  testing::WriteDictionary(Dict.Dir(), "CLIEN", Clients());
-  Data.Write("CLIEN01.tqd", All.substr(0, 2 * 26 + 14));  // records of 26 bytes
-  TQFile Table;
-  EXPECT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 0);
-  EXPECT_EQ(Table.RecordCount(), 3);
-  Data.Write("CLIEN01.tqd", All.substr(0, 2 * 26 + 13));  // exactly 2.5
-  TQFile Again;
-  EXPECT_EQ(Again.OpenFile(TableFile(), Dict.Dir()), 0);
-  EXPECT_EQ(Again.RecordCount(), 2);
+  EXPECT_FALSE(fs::exists(Data.File("CLIEN01.tqc")));
+  EXPECT_TRUE(fs::exists(Dict.File("CLIEN.tqa")));
+  const std::vector<std::string> Names = FilesIn(Folder);
+  ASSERT_EQ(Names.size(), 2u);
+  const std::regex Stamp(R"( \d{4}-\d\d-\d\d \d\d \d\d \d\d \.zip)");
+  EXPECT_TRUE(std::regex_match(Names[0].substr(11), Stamp)) << Names[0];
+  EXPECT_EQ(Names[0].substr(0, 11), "CLIEN01.TQc");
+  EXPECT_EQ(Names[1].substr(0, 11), "CLIEN01.TQd");
+  EXPECT_EQ(testing::ZipMember(Folder + Names[1]),
+            std::make_pair(std::string("CLIEN01.tqd"), DataBytes));
+  EXPECT_EQ(testing::ZipMember(Folder + Names[0]),
+            std::make_pair(std::string("CLIEN01.tqc"), KeyBytes));
 }
 
 }  // namespace

@@ -1,26 +1,44 @@
 // The public table object: initial state, read-only properties, the engine channel as a
-// client sees it, and the error boundary at the public face.
+// client sees it, the error boundary, and what destroying a table's state releases.
 #include "table/TQFile.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <functional>
+#include <memory>
+#include <new>
+#include <stdexcept>
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
-#include <array>
-
 #include "engine/key_file.h"
+#include "platform/fault.h"
+#include "platform/file_pool.h"
 #include "support/temp_dir.h"
 #include "table/TableState.h"
+#include "table/error_boundary.h"
 
 namespace tqdb {
 namespace {
 
-TEST(TQFileTest, BofAndEofFollowTheStatus) {
+// The error Work raises as a TQError (number, description, source); number 0 for none,
+// -1 for anything else.
+std::tuple<int32_t, std::string, std::string> ErrorOf(const std::function<void()>& Work) {
+  try {
+    Work();
+  } catch (const TQError& Error) {
+    return {Error.Number(), Error.Description(), Error.Source()};
+  } catch (...) {
+    return {-1, "", ""};
+  }
+  return {0, "", ""};
+}
+
+TEST(TQFileTest, StartsOnKeyOneAndBofAndEofFollowTheStatus) {
   for (const auto& [Status, Bof, Eof] :
        std::vector<std::tuple<int16_t, bool, bool>>{{0, false, false},
                                                     {12, false, false},
@@ -29,13 +47,11 @@ TEST(TQFileTest, BofAndEofFollowTheStatus) {
                                                     {16, true, true},
                                                     {22, false, false}}) {
     TQFile Table;
+    EXPECT_EQ(Table.Index(), 1);
     Table.State().LastError = Status;
     EXPECT_EQ(Table.Bof(), Bof) << "status " << Status;
     EXPECT_EQ(Table.Eof(), Eof) << "status " << Status;
   }
-  TQFile Fresh;
-  EXPECT_EQ(Fresh.Index(), 1);
-  EXPECT_FALSE(Fresh.Bof() || Fresh.Eof());
 }
 
 TEST(TQFileTest, TextsCrossTheInterfaceAsUtf8AndEditModeIsSixteenBits) {
@@ -52,30 +68,28 @@ TEST(TQFileTest, TextsCrossTheInterfaceAsUtf8AndEditModeIsSixteenBits) {
   Table.SetEngineCommand("S\\1\\3\\東京");  // no Windows-1252 form
   EXPECT_EQ(Table.State().EngineCommand, "S\\1\\3\\??");
   Table.State().EditState = 70000;
-  try {
-    Table.EditMode();
-    FAIL() << "no error raised";
-  } catch (const TQError& Error) {
-    EXPECT_EQ(Error.Number(), 6);
-    EXPECT_EQ(Error.Source(), "EditMode");
-  }
+  EXPECT_EQ(ErrorOf([&] { Table.EditMode(); }),
+            std::make_tuple(6, platform::FaultDescription(6), std::string("EditMode")));
 }
 
-// Sends Command through the public channel; returns the status.
-int16_t Send(TQFile& Table, const std::string& Command) {
-  Table.SetEngineCommand(Command);
-  Table.ExecuteCommand();
-  return Table.LastError();
-}
-
-TEST(TQFileChannelTest, KeysTravelAsWindows1252AndAreFoundInUpperCase) {
-  testing::TempDir Dir;
-  const std::string Path = Dir.File("CLIEN01.tqc");
-  engine::CreateEmptyKeyFile(Path, std::array<int, 1>{10});
-  std::string CommandPath = Path;
-  std::replace(CommandPath.begin(), CommandPath.end(), '/', '\\');
+// Keys travel as Windows-1252 and are found in upper case. Faults 52 and 63 inside a
+// command are statuses 100 and 101; any other fault reaches the caller as error 55000 with
+// the fault's description and no source, status 105.
+TEST(TQFileTest, TheEngineChannelAsAClientSeesIt) {
+  const auto Send = [](TQFile& Table, const std::string& Command) {
+    Table.SetEngineCommand(Command);
+    Table.ExecuteCommand();
+    return Table.LastError();
+  };
   TQFile Table;
-  ASSERT_EQ(Send(Table, "/O/" + CommandPath + "/1"), 0);
+  EXPECT_EQ(Send(Table, "I\\1\\GARCIA"), 100);  // no key file number open
+  testing::TempDir Dir;
+  engine::CreateEmptyKeyFile(Dir.File("CLIEN01.tqc"), std::array<int, 1>{10});
+  std::string Path = Dir.File("CLIEN01.tqc");
+  std::replace(Path.begin(), Path.end(), '/', '\\');
+  ASSERT_EQ(Send(Table, "/O/" + Path + "/1"), 0);
+  EXPECT_EQ(Send(Table, "G\\2\\1\\GARCIA"), 101);  // key 2 is not defined
+  EXPECT_EQ(Table.EngineResult(), 0);
   EXPECT_EQ(Send(Table, "i\\1\\garcía"), 0);
   const int32_t Garcia = Table.State().Engine.LastAllocated;
   EXPECT_EQ(Send(Table, "i\\1\\muñoz"), 0);
@@ -85,85 +99,73 @@ TEST(TQFileChannelTest, KeysTravelAsWindows1252AndAreFoundInUpperCase) {
   EXPECT_EQ(Table.EngineResult(), Munoz);
   EXPECT_EQ(Send(Table, "S\\1\\1\\GARCÍA    "), 0);
   EXPECT_EQ(Table.EngineResult(), Garcia);
-}
-
-// Faults 52 and 63 inside a command are statuses 100 and 101; any other fault reaches the
-// caller as error 55000 with the fault's description and no source, status 105.
-TEST(TQFileTest, FaultsInsideACommandBecomeStatusesOrError55000) {
-  TQFile Table;
-  EXPECT_EQ(Send(Table, "I\\1\\GARCIA"), 100);     // no key file number open
-  EXPECT_EQ(Send(Table, "G\\1\\1\\GARCIA"), 101);  // key 1 is not defined
-  EXPECT_EQ(Table.EngineResult(), 0);
   for (const auto& [Command, Description] : std::vector<std::pair<std::string, std::string>>{
-           {"F\\99999\\1", "Desbordamiento"},
-           {"L\\11\\1", "El subíndice está fuera del intervalo"}}) {
-    try {
-      Send(Table, Command);
-      ADD_FAILURE() << Command << " raised nothing";
-    } catch (const TQError& Error) {
-      EXPECT_EQ(Error.Number(), 55000) << Command;
-      EXPECT_EQ(Error.Description(), Description);
-      EXPECT_EQ(Error.Source(), "");
-    }
+           {"F\\99999\\1", "Desbordamiento"}, {"L\\11\\1", platform::FaultDescription(9)}}) {
+    EXPECT_EQ(ErrorOf([&] { Send(Table, Command); }),
+              std::make_tuple(55000, Description, std::string()));
     EXPECT_EQ(Table.LastError(), 105) << Command;
   }
 }
 
-// Every public member called on a table that was never opened either works or raises a
-// TQError with a number and a description; nothing else escapes.
-TEST(TQFileTest, MembersOnANeverOpenedTableRaiseOnlyTQError) {
-  const std::string Missing = ::testing::TempDir() + "tqdb_no_such_dir/";
-  using Call = std::function<void(TQFile&)>;
-  const std::vector<std::pair<std::string, Call>> Members = {
-      {"OpenFile", [&](TQFile& T) { T.OpenFile(Missing + "CLIEN01", Missing); }},
-      {"CloseDB", [](TQFile& T) { T.CloseDB(); }},
-      {"KillDB", [](TQFile& T) { T.KillDB(false); }},
-      {"MoveFirst", [](TQFile& T) { T.MoveFirst(); }},
-      {"MoveLast", [](TQFile& T) { T.MoveLast(); }},
-      {"MoveNext", [](TQFile& T) { T.MoveNext(); }},
-      {"MovePrevious", [](TQFile& T) { T.MovePrevious(); }},
-      {"BookMark", [](TQFile& T) { T.BookMark(); }},
-      {"BookMark", [](TQFile& T) { T.SetBookMark(1); }},
-      {"Position", [](TQFile& T) { T.Position(); }},
-      {"Position", [](TQFile& T) { T.SetPosition(1); }},
-      {"RecordCount", [](TQFile& T) { T.RecordCount(); }},
-      {"Fields", [](TQFile& T) { T.Fields(Variant("NOMBRE")); }},
-      {"Fields", [](TQFile& T) { T.SetFields(Variant(int32_t{1}), Variant("X")); }},
-      {"KField", [](TQFile& T) { T.KField(1); }},
-      {"KField", [](TQFile& T) { T.SetKField(1, 0, Variant(1.5)); }},
-      {"FieldName", [](TQFile& T) { T.FieldName(1); }},
-      {"FieldLength", [](TQFile& T) { T.FieldLength(1); }},
-      {"FieldType", [](TQFile& T) { T.FieldType(1); }},
-      {"FieldType", [](TQFile& T) { T.SetFieldType(1, 4); }},
-      {"GetKeyField", [](TQFile& T) { T.GetKeyField(1); }},
-      {"AddNew", [](TQFile& T) { T.AddNew(); }},
-      {"Edit", [](TQFile& T) { T.Edit(); }},
-      {"Update", [](TQFile& T) { T.Update(); }},
-      {"Delete", [](TQFile& T) { T.Delete(1); }},
-      {"DeletedRecordCount", [](TQFile& T) { T.DeletedRecordCount(); }},
-      {"SeekKey", [](TQFile& T) { T.SeekKey(Variant("GARCIA")); }},
-      {"GetSpecialSeekKeys", [](TQFile& T) { T.GetSpecialSeekKeys(); }},
-      {"ReIndex", [](TQFile& T) { T.ReIndex(); }},
-      {"Rebuild", [](TQFile& T) { T.Rebuild(); }},
-      {"Filter", [](TQFile& T) { T.Filter("NOMBRE = GARCIA"); }},
-      {"Sort", [](TQFile& T) { T.Sort("NOMBRE"); }},
-      {"LinkChild", [](TQFile& T) { T.LinkChild("FACTU", "", Variant("CLIENTE")); }},
-      {"LinkParent", [](TQFile& T) { T.LinkParent("CLIEN", Variant("CLIENTE")); }},
-      {"Sum", [](TQFile& T) { T.Sum(Variant("SALDO")); }},
-      {"AddToField", [](TQFile& T) { T.AddToField(Variant("SALDO"), 1); }},
-      {"AddToKField", [](TQFile& T) { T.AddToKField(1, 1); }},
+TEST(GuardTest, TurnsEveryExceptionIntoATQError) {
+  EXPECT_EQ(Guard("Member", [] { return std::string("texto"); }), "texto");
+  for (const auto& [Work, Number, Description, Source] :
+       std::vector<std::tuple<std::function<void()>, int32_t, std::string, std::string>>{
+           {[] { throw TQError(50999, "La tabla X no existe", "OpenFile"); }, 50999,
+            "La tabla X no existe", "OpenFile"},
+           // The system's own errors carry no source.
+           {[] { throw platform::Fault(50234, "Campo X no existe"); }, 50234, "Campo X no existe",
+            ""},
+           {[] { throw platform::Fault(platform::kBadFileNumber); }, 52,
+            platform::FaultDescription(52), "Member"},
+           {[] { throw platform::Fault(70, "Permiso denegado", "LockRange"); }, 70,
+            "Permiso denegado", "LockRange"},
+           {[] { throw std::bad_alloc(); }, 7, "Memoria insuficiente", "Member"},
+           {[] { throw std::out_of_range("vector"); }, 5, platform::FaultDescription(5), "Member"},
+           {[] { throw 3; }, 5, platform::FaultDescription(5), "Member"}}) {
+    EXPECT_EQ(ErrorOf([&] { Guard("Member", Work); }),
+              std::make_tuple(Number, Description, Source));
+  }
+}
+
+// Destroying a table's state closes and frees its file numbers, its linked tables' too,
+// and writes nothing (an edit left pending is dropped).
+TEST(TableStateTest, DestructionClosesAndFreesEveryNumberAndWritesNothing) {
+  testing::TempDir Dir;
+  const auto OpenOnNewNumber = [&](const std::string& Name) {
+    const platform::FileNo Number = platform::TakeFreeNumber();
+    platform::Open(Number, Dir.File(Name));
+    return Number;
   };
-  for (const auto& [Name, Member] : Members) {
-    TQFile Table;
-    try {
-      Member(Table);
-    } catch (const TQError& Error) {
-      EXPECT_NE(Error.Number(), 0) << Name;
-      EXPECT_FALSE(Error.Description().empty()) << Name;
-    } catch (...) {
-      ADD_FAILURE() << Name << " raised something other than TQError";
+  std::vector<platform::FileNo> Freed;
+  {
+    TableState State;
+    State.DataFileNo = OpenOnNewNumber("CLIEN01.tqd");
+    platform::WriteAt(State.DataFileNo, 1, std::string_view("REGISTRO"));
+    State.DataFileOpen = true;
+    State.ImageFileNo = OpenOnNewNumber("CLIEN01.tqw");
+    State.Engine.KeyFileNo = platform::TakeFreeNumber();  // taken, never opened
+    State.EditState = 2;                                  // an AddNew left pending
+    State.EngineResult = 1;
+    State.LinkedTables[3].Name = "FACTU";
+    State.LinkedTables[3].Table = std::make_unique<TQFile>();
+    State.LinkedTables[3].Table->State().DataFileNo = OpenOnNewNumber("FACTU01.tqd");
+    for (const int32_t N :
+         {int32_t(State.DataFileNo), State.ImageFileNo, int32_t(State.Engine.KeyFileNo),
+          int32_t(State.LinkedTables[3].Table->State().DataFileNo)}) {
+      Freed.push_back(static_cast<platform::FileNo>(N));
     }
   }
+  std::vector<platform::FileNo> Again;
+  for (platform::FileNo N : Freed) {
+    EXPECT_FALSE(platform::IsOpen(N)) << N;
+    Again.push_back(platform::TakeFreeNumber());
+  }
+  for (platform::FileNo N : Again) platform::ReleaseNumber(N);
+  std::sort(Freed.begin(), Freed.end());
+  std::sort(Again.begin(), Again.end());
+  EXPECT_EQ(Again, Freed);  // the numbers are free again
+  EXPECT_EQ(Dir.Read("CLIEN01.tqd"), "REGISTRO");
 }
 
 }  // namespace

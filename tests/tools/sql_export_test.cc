@@ -153,7 +153,7 @@ TEST_F(SqlExport, LoadsIntoARealPostgresqlServer) {
   ::globfree(&Found);
   if (Bin.empty()) GTEST_SKIP() << "no PostgreSQL server (Debian package postgresql) installed";
   PostgresServer Server(Bin);
-  ASSERT_TRUE(Server.Started) << ReadFile(Server.Dir.File("log"));
+  ASSERT_TRUE(Server.Started) << Server.Dir.Read("log");
   const std::string Script = Dir.File("export.sql");
   for (const std::string& Table : {Invoices(), Clients()}) {
     ASSERT_EQ(

@@ -1,8 +1,15 @@
-#include "platform/file_pool.h"
-
+// Files as the platform layer gives them: the pool of file numbers, positioned I/O,
+// byte-range locks, case-insensitive paths, and the settings file.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
+#include "platform/codepage.h"
 #include "platform/fault.h"
+#include "platform/file_pool.h"
+#include "platform/paths.h"
+#include "platform/settings.h"
+#include "support/scoped_env.h"
 #include "support/temp_dir.h"
 
 namespace tqdb::platform {
@@ -173,6 +180,102 @@ TEST_F(FilePoolTest, PresenceLockTellsExclusiveUse) {
   LockRange(B, 1, 100);  // the presence byte lies beyond any record
   DropPresence(A);
   EXPECT_EQ(Length(A), 0) << "locks never grow the file";
+}
+
+TEST(PathParts, SplitAtTheLastSeparatorOfEitherKind) {
+  EXPECT_EQ(DirectoryPart("C:\\CONTA\\dic/CLIEN01.TQD"), "C:\\CONTA\\dic/");
+  EXPECT_EQ(FilePart("C:\\CONTA\\dic/CLIEN01.TQD"), "CLIEN01.TQD");
+  EXPECT_EQ(FilePart("dir/"), "");
+}
+
+TEST_F(FilePoolTest, FindsFilesWhateverTheirCaseAndPrefersAnExactMatch) {
+  Dir.Write("CLIEN01.TQD", "upper");
+  Dir.Write("clien02.tqd", "lower");
+  EXPECT_EQ(ResolvePath(Dir.File("clien01.tqd")), Dir.File("CLIEN01.TQD"));
+  EXPECT_EQ(ResolvePath(Dir.File("CLIEN02.TQD")), Dir.File("clien02.tqd"));
+  EXPECT_TRUE(FileExists(Dir.File("Clien01.Tqd")));
+  EXPECT_EQ(FileLengthByName(Dir.File("CLIEN02.tqd")), 5);
+  Dir.Write("Data.tqd", "mixed");
+  Dir.Write("DATA.TQD", "upper");
+  EXPECT_EQ(ResolvePath(Dir.File("DATA.TQD")), Dir.File("DATA.TQD"));
+  EXPECT_EQ(ResolvePath(Dir.File("Data.tqd")), Dir.File("Data.tqd"));
+  EXPECT_EQ(ResolvePath(Dir.File("data.tqd")), ResolvePath(Dir.File("data.TQD")));  // stable
+}
+
+TEST_F(FilePoolTest, ResolvesDirectoryByDirectoryWithEitherSeparator) {
+  std::filesystem::create_directories(Dir.File("Conta/Dic"));
+  Dir.Write("Conta/Dic/Tabla.tqa", "x");
+  EXPECT_EQ(ResolvePath(Dir.Dir() + "CONTA\\DIC\\TABLA.TQA"), Dir.File("Conta/Dic/Tabla.tqa"));
+  EXPECT_TRUE(DirectoryExists(Dir.Dir() + "conta\\dic\\"));
+  EXPECT_FALSE(FileExists(Dir.Dir() + "conta\\dic"));
+  // Missing components keep the name as given; relative names stay relative.
+  EXPECT_EQ(ResolvePath(Dir.Dir() + "CONTA\\NewFile.TQD"), Dir.File("Conta/NewFile.TQD"));
+  EXPECT_EQ(ResolvePath("some\\relative/NAME.tqd"), "some/relative/NAME.tqd");
+  const FileNo N = TakeFreeNumber();
+  Open(N, Dir.Dir() + "conta\\Nuevo.TQD");
+  ReleaseNumber(N);
+  EXPECT_TRUE(std::filesystem::exists(Dir.File("Conta/Nuevo.TQD")));
+}
+
+TEST_F(FilePoolTest, NamesAreWindows1252OnTheWayInAndUtf8OnDisk) {
+  Dir.Write("Año.tqd", "utf8 name");
+  EXPECT_EQ(ResolvePath(Dir.Dir() + Utf8ToCp1252("AÑO.TQD")), Dir.File("Año.tqd"));
+  const FileNo N = TakeFreeNumber();
+  Open(N, Dir.Dir() + Utf8ToCp1252("Señal.tqd"));
+  ReleaseNumber(N);
+  EXPECT_TRUE(std::filesystem::exists(Dir.File("Señal.tqd")));
+}
+
+TEST_F(FilePoolTest, DeleteRenameAndMakeDirectory) {
+  Dir.Write("Old.TQD", "abc");
+  RenameFile(Dir.File("OLD.tqd"), Dir.File("New.tqd"));
+  EXPECT_EQ(Dir.Read("New.tqd"), "abc");
+  DeleteFile(Dir.File("NEW.TQD"));
+  EXPECT_FALSE(FileExists(Dir.File("New.tqd")));
+  EXPECT_EQ(FaultOf([&] { DeleteFile(Dir.File("New.tqd")); }), 53);
+  EXPECT_EQ(FaultOf([&] { RenameFile(Dir.File("gone"), Dir.File("x")); }), 53);
+
+  MakeDirectory(Dir.Dir() + "Brinvale");
+  MakeDirectory(Dir.Dir() + "BRINVALE\\Auditoria");
+  EXPECT_TRUE(DirectoryExists(Dir.File("Brinvale/Auditoria")));
+  EXPECT_EQ(FaultOf([&] { MakeDirectory(Dir.File("brinvale")); }), 75);
+  Dir.Write("plain", "");
+  EXPECT_EQ(FaultOf([&] { MakeDirectory(Dir.File("PLAIN")); }), 75);
+  EXPECT_EQ(FaultOf([&] { MakeDirectory(Dir.File("a/b/c")); }), 76);
+}
+
+TEST(Settings, ReadsTheValueFromTheNamedFileAsWindows1252) {
+  testing::TempDir Dir;
+  const std::string Ini = Dir.Write("brinvale.ini",
+                                    "\xEF\xBB\xBF[Other]\n"
+                                    "; comment\n"
+                                    "Directory=/wrong/\n"
+                                    "  [ settings ]  \r\n"
+                                    "# another comment\n"
+                                    "  directory =  /srv/año/dic/  \r\n"
+                                    "Empty=\n"
+                                    "Quoted=\"with blanks \"\n");
+  testing::ScopedEnv Env("TQDB_SETTINGS", Ini.c_str());
+  EXPECT_EQ(GetRegSetting("Directory", "", "none"), "/srv/a\xF1o/dic/");
+  EXPECT_EQ(GetRegSetting("DIRECTORY", "Settings\\", "none"), "/srv/a\xF1o/dic/");
+  EXPECT_EQ(GetRegSetting("Directory", "Other", "none"), "/wrong/");
+  EXPECT_EQ(GetRegSetting("Empty", "", "none"), "");
+  EXPECT_EQ(GetRegSetting("Quoted", "", "none"), "with blanks ");
+  EXPECT_EQ(GetRegSetting("Missing", "", "none"), "none");
+  EXPECT_EQ(GetRegSetting("Directory", "Nowhere", "dflt"), "dflt");
+}
+
+TEST(Settings, FallsBackToTheConfigDirectory) {
+  testing::TempDir Dir;
+  testing::ScopedEnv Explicit("TQDB_SETTINGS", nullptr);
+  testing::ScopedEnv Xdg("XDG_CONFIG_HOME", Dir.Path().c_str());
+  EXPECT_EQ(GetRegSetting("Directory", "", "default"), "default");  // no file
+  std::filesystem::create_directories(Dir.File("orvek"));
+  Dir.Write("orvek/brinvale.ini", "[Settings]\nDirectory=/from/xdg/\n");
+  EXPECT_EQ(GetRegSetting("Directory", "", "default"), "/from/xdg/");
+  testing::ScopedEnv NoXdg("XDG_CONFIG_HOME", nullptr);
+  testing::ScopedEnv Home("HOME", Dir.Path().c_str());
+  EXPECT_EQ(GetRegSetting("Directory", "", "default"), "default");  // ~/.config has none
 }
 
 }  // namespace

@@ -1,0 +1,338 @@
+// The key file's layout, pages and trees where the randomized model test cannot look:
+// the bytes of a new file, where nodes split, the depth limit, the deleted-record pages,
+// entries hidden in record numbers, the tree checker's findings, and damaged files: every
+// command that meets the damage ends with status 105 and the "estropeado" description,
+// without a crash or a hang, and leaves the key file unlocked.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "engine/key_file_damage.h"
+#include "engine/key_update.h"
+#include "engine/record_allocator.h"
+#include "engine_fixture.h"
+#include "platform/file_pool.h"
+
+namespace tqdb::testing {
+namespace {
+
+using engine::Int16ToBytes;
+using engine::Int32ToBytes;
+using engine::LoadInt32;
+using engine::NodeView;
+
+std::string Numbered(const std::string& Prefix, int Number, int Width = 3) {
+  const std::string Digits = std::to_string(Number);
+  return Prefix + std::string(size_t(Width) - Digits.size(), '0') + Digits;
+}
+
+// Decoders check the length; a node view stays inside its page.
+TEST(KeyCodec, DecodersAndNodeViewsStayInBounds) {
+  EXPECT_EQ(engine::BytesToInt16(std::string("\x00\x04", 2)), 1024);
+  EXPECT_THROW(engine::BytesToInt16("abc"), platform::Fault);
+  EXPECT_THROW(engine::BytesToInt32("ab"), platform::Fault);
+  EXPECT_THROW(engine::BytesToDouble(""), platform::Fault);
+  NodeBuffer Buffer{};
+  NodeView Node(Buffer, 255);
+  EXPECT_NO_THROW(Node.Entry(2));
+  EXPECT_THROW(Node.Entry(3), platform::Fault);  // 3 + 4 x 259 > 1024
+  EXPECT_THROW(Node.Entry(-1), platform::Fault);
+}
+
+TEST(KeyFileLayout, EmptyFileHasHeaderDescriptorsAndOneEmptyRootPerKey) {
+  TempDir Dir;
+  const std::vector<int> Lengths = {10, 255, 1};
+  engine::CreateEmptyKeyFile(Dir.File("t.tqc"), Lengths);
+  const std::string Bytes = Dir.Read("t.tqc");
+  ASSERT_EQ(Bytes.size(), 15u + 3 * 5 + 3 * 1024);
+  EXPECT_EQ(Bytes.substr(0, 15), std::string("\x03\x00\x04", 3) + std::string(12, '\0'));
+  for (int Key = 0; Key < 3; ++Key) {
+    EXPECT_EQ(Bytes[15 + 5 * Key], char(Lengths[Key]));
+    EXPECT_EQ(LoadInt32(reinterpret_cast<const uint8_t*>(Bytes.data()) + 16 + 5 * Key),
+              31 + 1024 * Key);  // 1-based positions
+  }
+  EXPECT_EQ(Bytes.substr(30), std::string(3 * 1024, '\0'));
+  for (const std::vector<int>& Bad : {std::vector<int>{0}, {256}, std::vector<int>(11, 4)}) {
+    EXPECT_THROW(engine::CreateEmptyKeyFile(Dir.File("a.tqc"), Bad), platform::Fault);
+  }
+}
+
+TEST(KeyFileOpen, ByKeyOrDataFileNameAndFailuresLeaveItClosed) {
+  EngineFile File({4, 60});
+  EXPECT_EQ(File.Engine.Header.KeyCount, 2);
+  EXPECT_EQ(File.Engine.KeyLen[2], 60);
+  EXPECT_EQ(File.Engine.Capacity[1], 127);
+  EXPECT_EQ(File.Engine.RootPos[2], 26 + 1024);
+  const std::string DataName = File.Path().substr(0, File.Path().size() - 3) + "tqd";
+  File.Run("/O/" + CommandPath(DataName) + "/3");  // the extension is replaced
+  EXPECT_EQ(File.Status, 0);
+  EXPECT_EQ(File.Engine.KeyLen[1], 4);
+  EXPECT_EQ(File.Dir().Read("clien01.tqd"), "");  // the data file was not touched
+  const platform::FileNo Number = File.Engine.KeyFileNo;
+  File.Result = 5;
+  File.Run("K");
+  EXPECT_EQ(File.Engine.KeyFileNo, 0);
+  EXPECT_FALSE(platform::IsOpen(Number));
+  EXPECT_EQ(File.Result, 0);
+  File.Run("K");  // harmless twice
+  EXPECT_EQ(File.Status, 0);
+  File.Dir().Write("empty.tqc", "");
+  for (const auto& [Name, Status] : std::vector<std::pair<std::string, int>>{
+           {"empty.tqc", 22}, {"missing.tqc", 22}, {"no-such-dir/x.tqc", 26}}) {
+    File.Run("/O/" + CommandPath(File.Dir().File(Name)) + "/1");
+    EXPECT_EQ(File.Status, Status) << Name;
+    EXPECT_EQ(File.Engine.KeyFileNo, 0) << Name;
+  }
+}
+
+// Filling a root leaf splits it under a new root at the same place. Capacities 72, 35, 29
+// and 32 (key lengths 10, 25, 31, 27): halves 36, 17.5, 14.5 and 16 round to even. A run
+// of equal keys across the middle moves the split to its start.
+TEST(KeySplit, AFullRootLeafSplitsInPlaceAtTheHalfRoundedToEvenOrBeforeARun) {
+  for (const auto& [Length, Split, Run] : std::vector<std::tuple<int, int, int>>{
+           {10, 36, 0}, {25, 18, 0}, {31, 14, 0}, {27, 16, 0}, {10, 30, 41}}) {
+    EngineFile File({Length});
+    const int32_t Root = File.Engine.RootPos[1];
+    const int Capacity = engine::NodeCapacity(Length);
+    for (int I = 0; I < Capacity - 1 - Run; ++I) File.Insert({Numbered("K", I)});
+    for (int I = 0; I < Run; ++I) File.Insert({"RUN"});
+    EXPECT_EQ(File.CountAt(Root, Length), Capacity - 1);  // never left full
+    File.Insert({Run > 0 ? "RUN" : Numbered("K", Capacity - 1)});
+    NodeBuffer Page = File.Page(Root);
+    const NodeView Node(Page, Length);
+    ASSERT_FALSE(Node.IsLeaf()) << Length;
+    ASSERT_EQ(Node.Count(), 2) << Length;
+    EXPECT_EQ(File.Engine.RootPos[1], Root);
+    EXPECT_EQ(Node.KeyText(0), Padded("K000", Length));
+    EXPECT_EQ(Node.KeyText(1), Padded(Run > 0 ? "RUN" : Numbered("K", Split), Length)) << Length;
+    EXPECT_EQ(File.CountAt(Node.Value(0), Length), Split) << Length;
+    EXPECT_TRUE(File.Problems().empty());
+  }
+}
+
+// Nodes of three entries split 1 + 2 when the new entry is not their last, so that
+// insertions arriving at the front of the key do not add a level each.
+TEST(KeySplit, ThreeEntryNodesTakeDescendingInsertionsWithoutDeepening) {
+  EngineFile File({255});
+  for (int I = 200; I > 0; --I) File.Insert({Numbered("K", I)});
+  EXPECT_EQ(File.Entries(1).size(), 200u);
+  EXPECT_TRUE(File.Problems().empty());
+  EXPECT_LE(File.Engine.LeafLevel, 7);
+}
+
+TEST(KeyDelete, RemovingEveryEntryLeavesAnEmptyRootLeafAndNoCurrentEntry) {
+  EngineFile File({10});
+  std::vector<int32_t> Records;
+  for (int I = 0; I < 400; ++I) Records.push_back(File.Insert({Numbered("K", I % 97)}));
+  for (size_t I = 0; I < Records.size(); ++I) {
+    File.Delete(Records[I], {Numbered("K", int(I) % 97)});
+    ASSERT_EQ(File.Status, 0);
+  }
+  NodeBuffer Root = File.Page(File.Engine.RootPos[1]);
+  EXPECT_TRUE(NodeView(Root, 10).IsLeaf());
+  EXPECT_EQ(NodeView(Root, 10).Count(), 0);
+  for (const char* Command : {"F\\1\\1", "L\\1\\1", "G\\1\\1\\A", "S\\1\\1\\ABCDEFGHIJ",
+                              "A\\1\\5\\1\\ABCDEFGHIJ", "E\\1\\5\\1\\ABCDEFGHIJ"}) {
+    File.Result = 99;
+    File.Run(Command);
+    EXPECT_EQ(File.Status, 16) << Command;
+    EXPECT_EQ(File.Result, 0) << Command;
+  }
+  EXPECT_EQ(File.Insert({"NEW"}), Records.back());
+  File.Open();  // opening leaves the cursor nowhere
+  for (const char* Command : {"N\\1", "P\\1"}) EXPECT_EQ((File.Run(Command), File.Status), 16);
+  EXPECT_TRUE(File.Problems().empty());
+}
+
+// A key of 255 bytes outgrows the eight level buffers after a few hundred records. The
+// record that would need a ninth level is refused before anything of it stays.
+TEST(KeyInsert, ATreeOutgrowingTheLevelBuffersIsRefusedAndTakenBack) {
+  EngineFile File({10, 255});
+  int Inserted = 0;
+  for (; Inserted < 2000; ++Inserted) {
+    File.Run("I\\1\\" + Padded(Numbered("K", Inserted, 4), 10) + "\\" +
+             Padded(Numbered("V", Inserted, 4), 255));
+    if (File.Status != 0) break;
+  }
+  ASSERT_EQ(File.Status, 105);
+  EXPECT_EQ(File.ErrorText, "El subíndice está fuera del intervalo");
+  EXPECT_GT(Inserted, 100);
+  EXPECT_EQ(File.Entries(1).size(), size_t(Inserted));
+  EXPECT_EQ(File.Entries(2).size(), size_t(Inserted));
+  EXPECT_EQ(engine::ListDeletedRecords(File.Engine), std::vector<int32_t>{Inserted + 1});
+  File.Delete(1, {Numbered("K", 0, 4), Numbered("V", 0, 4)});  // removals make room again
+  EXPECT_EQ(File.Status, 0);
+  EXPECT_TRUE(File.Problems().empty());
+}
+
+// Record numbers 17219 and 17220 are stored as "CC\0\0" and "DC\0\0": the bytes of the
+// value "CC" occur inside a record number before the entry that holds it.
+TEST(KeySearch, IgnoresValuesInsideRecordNumbersAndStaleEntries) {
+  EngineFile File({2});
+  engine::ReadHeader(File.Engine);
+  File.Engine.Header.LastRecord = 17218;
+  engine::WriteHeader(File.Engine);
+  EXPECT_EQ(File.Insert({"AB"}), 17219);
+  EXPECT_EQ(File.Insert({"CC"}), 17220);
+  EXPECT_EQ(File.Run("S\\1\\1\\CC"), 17220);
+  EXPECT_EQ(File.Status, 0);
+  EXPECT_EQ(File.Run("S\\1\\1\\BC"), 17219);  // "B" and the first byte of 17219
+  EXPECT_EQ(File.Status, 12);
+  File.Delete(File.Insert({"XY"}), {"XY"});
+  ASSERT_EQ(File.Status, 0);  // "XY" stays in the page beyond the count
+  EXPECT_EQ(File.Run("S\\1\\1\\XY"), 17220);
+  EXPECT_EQ(File.Status, 15);
+}
+
+TEST(RecordAllocator, AFullPageLinksAZeroFilledSecondPage) {
+  EngineFile File({4});
+  for (int I = 0; I < 300; ++I) engine::AllocateRecordNumber(File.Engine);
+  for (int32_t Record = 1; Record <= 255; ++Record) {
+    engine::ReleaseRecordNumber(File.Engine, Record);
+  }
+  const int32_t Head = File.Engine.Header.DeletedHead;
+  ASSERT_GT(Head, 0);
+  NodeBuffer Page = File.Page(Head);
+  for (int Slot = 0; Slot < 255; ++Slot) ASSERT_EQ(LoadInt32(Page.data() + 4 * Slot), Slot + 1);
+  const int32_t Second = LoadInt32(Page.data() + 1020);
+  ASSERT_EQ(Second, Head + 1024);
+  EXPECT_EQ(File.Page(Second), NodeBuffer{});
+  engine::ReleaseRecordNumber(File.Engine, 256);  // to slot 0 of the second page
+  EXPECT_EQ(LoadInt32(File.Page(Second).data()), 256);
+  EXPECT_TRUE(File.Problems().empty());
+  for (int32_t Record = 256; Record >= 1; --Record) {
+    ASSERT_EQ(engine::AllocateRecordNumber(File.Engine), Record);
+  }
+  EXPECT_EQ(engine::AllocateRecordNumber(File.Engine), 301);
+  engine::ReleaseRecordNumber(File.Engine, 7);  // the head page is kept for the next release
+  EXPECT_EQ(File.Engine.Header.DeletedHead, Head);
+  // A key file being built takes no numbers from the stack; another user's changes count.
+  EngineState Other;
+  engine::OpenKeyFile(Other, File.Path());
+  File.Engine.Creating = true;
+  EXPECT_EQ(engine::AllocateRecordNumber(File.Engine), 302);
+  File.Engine.Creating = false;
+  EXPECT_EQ(engine::AllocateRecordNumber(Other), 7);
+  EXPECT_EQ(engine::AllocateRecordNumber(File.Engine), 303);
+  engine::ReleaseRecordNumber(Other, 5);
+  EXPECT_EQ(engine::AllocateRecordNumber(File.Engine), 5);
+  engine::CloseKeyFile(Other);
+  engine::ReleaseRecordNumber(File.Engine, 5);
+  File.PokeBytes(12, Int32ToBytes(999999));  // a head outside the file
+  EXPECT_THROW(engine::AllocateRecordNumber(File.Engine), engine::KeyFileDamaged);
+  File.PokeBytes(12, Int32ToBytes(Head));
+  File.PokeBytes(8, Int32ToBytes(2000000000));  // a count no file can hold
+  EXPECT_THROW(engine::AllocateRecordNumber(File.Engine), engine::KeyFileDamaged);
+  EXPECT_THROW(engine::ReleaseRecordNumber(File.Engine, 1), engine::KeyFileDamaged);
+}
+
+// The checker names each kind of fault it is there to find, for the whole file and for
+// the one key.
+TEST(TreeChecker, NamesEachKindOfDamage) {
+  EngineFile File({6});
+  for (int I = 0; I < 300; ++I) File.Insert({"K" + std::to_string(1000 + (I * 7) % 300)});
+  File.Delete(File.Entries(1).front().Record, {"K1000"});  // a page on the deleted stack
+  ASSERT_EQ(File.Problems(), std::vector<std::string>{});
+  const int32_t Root = File.Engine.RootPos[1];
+  const int32_t Leaf = File.ValueAt(Root, 6, 1);  // the root's second child
+  const std::string Sound = File.FileBytes();
+  struct Damage {
+    int64_t Position;
+    std::string Bytes, Found;
+  };
+  for (const Damage& Case : std::vector<Damage>{
+           {Leaf + 3 + 20, "K0000 ", "out of order"},
+           {Root + 3 + 10, "K9999 ", "lowest key"},
+           {Leaf + 1, Int16ToBytes(int16_t(engine::NodeCapacity(6))), "left full"},
+           {Leaf + 1, Int16ToBytes(0), "empty node"},
+           {Leaf + 3 + 6, Int32ToBytes(100000), "outside 1..last"},
+           {Root + 3 + 10 + 6, Int32ToBytes(Root), "reached twice"},
+           {12, Int32ToBytes(Leaf), "also used elsewhere"},  // the stack's head is a leaf
+       }) {
+    File.SetFileBytes(Sound);
+    File.PokeBytes(Case.Position, Case.Bytes);
+    File.Open();
+    const std::vector<std::string> Problems = File.Problems();
+    const std::vector<std::string> OfKey = engine::CheckKeyTree(File.Engine, 1);
+    for (const auto* List : {&Problems, &OfKey}) {
+      if (List == &OfKey && Case.Position == 12) continue;  // the stack is not the key's
+      EXPECT_TRUE(std::any_of(List->begin(), List->end(), [&](const std::string& P) {
+        return P.find(Case.Found) != std::string::npos;
+      })) << Case.Found;
+    }
+  }
+  EXPECT_FALSE(engine::CheckKeyTree(File.Engine, 2).empty());  // not in the file
+  EXPECT_TRUE(engine::ListKeyEntries(File.Engine, 0).empty());
+}
+
+TEST(DamagedKeyFile, EveryCommandThatMeetsTheDamageFailsAsDamaged) {
+  EngineFile File({10});  // a two-level tree of key length 10 (72 entries per node)
+  for (int I = 0; I < 500; ++I) File.Insert({"K" + std::to_string(1000 + I)});
+  const int32_t Root = File.Engine.RootPos[1];
+  const std::string Sound = File.FileBytes(), Open = "/O/" + CommandPath(File.Path()) + "/1";
+  const std::string Expected =
+      "Archivo \r\n" + File.Path() + "\r\nestropeado... debe recrear índices";
+  const std::vector<std::string> Tree = {"F\\1\\1", "G\\1\\1\\K", "I\\1\\A", "D\\1\\Y\\1\\K1000"};
+  struct Damage {
+    int64_t Position;  // 0: the file cut there
+    std::string Bytes;
+    std::vector<std::string> Commands;  // each run on the file reopened; none: the open fails
+  };
+  for (const Damage& D : std::vector<Damage>{
+           {2, Int16ToBytes(512), {}},       // node size
+           {16, std::string(1, '\0'), {}},   // key length 0
+           {17, Int32ToBytes(1 << 30), {}},  // root outside the file
+           {1, std::string(1, '\x0B'), {}},  // eleven keys
+           {0,
+            Sound.substr(0, 20 + 3 * 1024 + 100),
+            {"L\\1\\1", "S\\1\\1\\K1499     ", "I\\1\\K9999"}},
+           {Root + 1, Int16ToBytes(500), Tree},  // a count beyond the capacity
+           {Root + 1, Int16ToBytes(-3), {"G\\1\\1\\K"}},
+           {File.ValueAt(Root, 10, 0), std::string(1, '\x07'), {"F\\1\\1"}},  // no known kind
+           // Children past the end, off a page, negative, and the root itself (a cycle,
+           // caught by the depth of the level buffers; damage is not retried).
+           {Root + 13, Int32ToBytes(99999999), Tree},
+           {Root + 13, Int32ToBytes(Root + 100), Tree},
+           {Root + 13, Int32ToBytes(-5), Tree},
+           {Root + 13, Int32ToBytes(Root), Tree}}) {
+    File.SetFileBytes(Sound);
+    if (D.Position == 0) {
+      File.SetFileBytes(D.Bytes);
+    } else {
+      File.PokeBytes(D.Position, D.Bytes);
+    }
+    for (const std::string& Command :
+         D.Commands.empty() ? std::vector<std::string>{Open} : D.Commands) {
+      if (!D.Commands.empty()) File.Open();
+      File.Run(Command);
+      EXPECT_EQ(File.Status, 105) << D.Position << " " << Command;
+      EXPECT_EQ(File.ErrorText, Expected) << D.Position << " " << Command;
+    }
+    EXPECT_TRUE(!D.Commands.empty() || File.Engine.KeyFileNo == 0);
+    const platform::FileNo Other = platform::TakeFreeNumber();
+    platform::Open(Other, File.Path());
+    EXPECT_NO_THROW(platform::LockRange(Other, 1, 1)) << D.Position;
+    platform::ReleaseNumber(Other);
+  }
+  File.SetFileBytes(Sound.substr(0, 20 + 3 * 1024 + 100));  // found on the way by N
+  File.Open();
+  File.Run("F\\1\\1");
+  for (int Steps = 0; File.Status == 0 && Steps < 1000; ++Steps) File.Run("N\\1");
+  EXPECT_EQ(File.Status, 105);
+  EXPECT_EQ(File.ErrorText, Expected);
+  File.SetFileBytes(Sound);  // a leaf's second entry made equal to its first
+  const int32_t Leaf = File.ValueAt(Root, 10, 0);
+  File.PokeBytes(Leaf + 3 + 14, Sound.substr(size_t(Leaf - 1 + 3), 14));
+  File.Open();
+  File.Run("F\\1\\1");
+  File.Run("N\\1");
+  EXPECT_EQ(File.Status, 105);
+  EXPECT_EQ(File.ErrorText, Expected);
+  File.SetFileBytes("");
+  File.Run(Open);
+  EXPECT_EQ(File.Status, 22);  // an empty file is no key file at all
+}
+
+}  // namespace
+}  // namespace tqdb::testing

@@ -1,0 +1,392 @@
+// Filters, sorts, sums and links through the public interface: what the comparison with
+// SQLite does not reach (the view's state, XOR and ABS, the direct key form, CLEAN, errors,
+// hostile texts, reads of keyed conditions, dates, deleted entries, additions in place and
+// the cache of linked tables).
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/file_pool.h"
+#include "records/record_codecs.h"
+#include "support/open_table.h"
+#include "table/TableState.h"
+
+namespace tqdb::query {
+namespace {
+
+using testing::KeySpec;
+using testing::RecordBytes;
+using testing::TableSpec;
+using List = std::vector<int32_t>;
+
+// The number and description of the error Work raises; (0, "") when none.
+std::pair<int32_t, std::string> ErrorOf(const std::function<void()>& Work) {
+  try {
+    Work();
+  } catch (const TQError& Error) {
+    return {Error.Number(), Error.Description()};
+  }
+  return {0, ""};
+}
+
+// Key 1 NOMBRE; EDAD 16-bit, PRECIO single, CANTIDAD 32-bit (its bytes in record 9 read as
+// the text "12  ").
+const TableSpec kSpec{"FILTROS",
+                      {{"NOMBRE", 0, 10, 1},
+                       {"CIUDAD", 0, 8, 2},
+                       {"SALDO", 3, 8, 3},
+                       {"EDAD", 1, 2, 4},
+                       {"NOTA", 11, 12, 5},
+                       {"FECHA", 5, 6, 6},
+                       {"PRECIO", 2, 4, 7},
+                       {"CANTIDAD", 4, 4, 8}},
+                      {KeySpec{{{1, 1, 10}}}}};
+
+class QueryTest : public ::testing::Test {
+ protected:
+  QueryTest() {
+    const std::vector<std::string> Records = {
+        RecordBytes(kSpec, {"GARCIA", "MADRID", 1.5, 1, "garcia", "991231", 0, 0}),
+        RecordBytes(kSpec, {"LOPEZ", "SEVILLA", -5.0, 2, "LOPEZ", "A50102", 2.25, 3}),
+        RecordBytes(kSpec, {"GARCIAS", "MADRID", 15.0, 3, "X", "A00101", 0, 0}),
+        testing::DeletedRecordBytes(kSpec),
+        RecordBytes(kSpec, {"PEREZ", "BILBAO", 9.5, 1, "Y", "850607", 0, 0}),
+        RecordBytes(kSpec, {"lopez", "MADRID", -12.0, 2, "Z", "600101", 0, 0}),
+        RecordBytes(kSpec, {"ALONSO", "SEVILLA", 3.0, 3, "GARCIA", "J91231", 0, 0}),
+        RecordBytes(kSpec, {"GARCIA", "BILBAO", 3.0, 2, "GARCIA", "700101", 0, 0}),
+        RecordBytes(kSpec, {"ZETA", "VALENCIA", 0.5, 32767, "12", "A10101", 1.5, 0x20203231})};
+    Path = testing::WriteTable(Dir, "CLIEN", "01", kSpec, Records);
+    File = testing::OpenAt(Dir, Path);
+  }
+  List View() const {
+    return {File->State().FilterList.begin() + 1, File->State().FilterList.end()};
+  }
+  List Sorted(const std::string& Filter) {
+    File->Filter(Filter);
+    List Records = View();
+    std::sort(Records.begin(), Records.end());
+    return Records;
+  }
+
+  testing::TempDir Dir;
+  std::string Path;
+  std::unique_ptr<TQFile> File;
+};
+
+TEST_F(QueryTest, AFilterSelectsTheFirstRecordAndEmptyTextRemovesTheView) {
+  File->Filter("CIUDAD = MADRID");  // a pass over the file, in record order
+  EXPECT_EQ(View(), (List{1, 3, 6}));
+  EXPECT_EQ(File->State().EngineResult, 1);
+  EXPECT_EQ(File->State().FilterPos, 1);
+  File->Filter("");
+  EXPECT_FALSE(File->State().FilterActive);
+  EXPECT_EQ(File->LastError(), 0);
+  EXPECT_EQ(View(), (List{1, 3, 6}));  // the list is kept
+  File->Filter("EDAD = 99");
+  EXPECT_TRUE(File->State().FilterActive);
+  EXPECT_EQ(File->State().EngineResult, 0);
+  EXPECT_TRUE(File->Bof() && File->Eof());
+  File->Filter("EDAD >= 1");
+  TableState& State = File->State();
+  State.FilterList = {0, 1, 0, 3, -2, 5};
+  State.FilterPos = 5;
+  File->Filter("clean");  // drops deleted entries and keeps the place inside
+  EXPECT_EQ(View(), (List{1, 3, 5}));
+  EXPECT_EQ(State.FilterPos, 3);
+  EXPECT_TRUE(State.FilterActive);
+  State.FilterList = {0, 0, 0};
+  File->Filter("CLEAN");
+  EXPECT_EQ(State.FilterList, (List{0}));
+  EXPECT_EQ(State.FilterPos, 0);
+}
+
+TEST_F(QueryTest, FiltersSelectByTheirRules) {
+  const std::pair<const char*, List> Cases[] = {
+      {"NOMBRE LIKE LOP*", {2, 6}},  // keyed: lower-case data matches LIKE in a key walk
+      {"NOMBRE = LOPEZ", {2}},
+      {"NOTA LIKE GAR*", {7, 8}},  // not keyed: record 1 holds "garcia"
+      {"(EDAD = 1) XOR (EDAD = 3)", {1, 3, 5, 7}},
+      {"ABS(SALDO < 10)", {1, 2, 5, 7, 8, 9}},
+      {"SALDO = 1.5", {1}},       // a point is always decimal
+      {"\\01GARCIA", {1, 3, 8}},  // the direct form walks key 1 by prefix
+      {"\\01LOPEZ", {2, 6}},      // keys hold upper-cased text
+      {"\\01", {1, 2, 3, 5, 6, 7, 8, 9}},
+      {"\\01ZZ", {}},
+      {"EDAD = 1 And ", {1, 5}},  // a trailing connector is harmless
+      {" AND EDAD = 1", {}},      // "" selects nothing, then narrows
+      {" OR EDAD = 1", {1, 5}},
+      {" ", {}},
+      {"NOMBRE GARCIA", {}}};
+  for (const auto& [Filter, Expected] : Cases) {
+    EXPECT_EQ(Sorted(Filter), Expected) << Filter;
+    EXPECT_FALSE(File->State().AbsMode);
+  }
+  EXPECT_EQ(File->LastError(), 16);
+  // Without a literal head a keyed pattern walks the whole key: key order, upper-cased, the
+  // later ANDs folded in.
+  for (const auto& [Filter, Expected] :
+       std::vector<std::pair<const char*, List>>{{"NOMBRE LIKE *OPEZ", {2, 6}},
+                                                 {"NOMBRE LIKE ?OPEZ", {2, 6}},
+                                                 {"NOMBRE = *OPEZ", {2, 6}},
+                                                 {"NOMBRE LIKE *EZ", {2, 6, 5}},
+                                                 {"NOMBRE LIKE *A AND NOTA LIKE GAR*", {1, 8}}}) {
+    File->Filter(Filter);
+    EXPECT_EQ(View(), Expected) << Filter;
+  }
+}
+
+TEST_F(QueryTest, ErrorsNameTheirTextAndAnUnknownConnectorKeepsTheView) {
+  File->Filter("EDAD = 2");
+  const List Before = View();
+  EXPECT_EQ(ErrorOf([&] { File->Filter("(EDAD = 1) AND (EDAD = 2) NOT (EDAD = 3)"); }),
+            std::make_pair(50230, std::string("Error en filtro: NOT")));
+  EXPECT_TRUE(File->State().FilterActive);
+  EXPECT_EQ(View(), Before);
+  EXPECT_EQ(ErrorOf([&] { File->Filter("(EDAD = 1) AND (EDAD = 2"); }),
+            std::make_pair(50232, std::string("Error en filtro: EDAD = 2")));
+  for (const char* Bad : {"\\99GARCIA", "\\1", "\\AB"})
+    EXPECT_EQ(ErrorOf([&] { File->Filter(Bad); }).first, 50230);
+  File->Filter("");
+  EXPECT_EQ(ErrorOf([&] { File->Filter("edad = 1 AND sueldo > 3"); }),
+            std::make_pair(50234, std::string("Campo SUELDO no existe")));
+  EXPECT_FALSE(File->State().FilterActive);
+  // Hostile texts end in a defined error or result.
+  std::vector<std::string> Texts = {std::string(5000, '(') + std::string(5000, ')'),
+                                    "(" + std::string(9998, 'A') + ")",
+                                    "EDAD = 1 AND (" + std::string(9000, '(') + "EDAD = 1",
+                                    "NOMBRE LIKE " + std::string(10000, '*') + "X",
+                                    "(EDAD = 1) AND ()",
+                                    "A = 1 OR ("};
+  std::string Long, Grouped = "EDAD = 1";
+  while (Long.size() < 10000) Long += "EDAD = 1 OR EDAD = 2 AND CIUDAD <> X AND ";
+  while (Grouped.size() < 10000) Grouped += " OR (EDAD = 2 AND SALDO < 100)";
+  Texts.push_back(Grouped);
+  std::mt19937 Random(5);
+  const std::string Pieces[] = {"(", ")", " AND ", " OR ", "EDAD", "NOMBRE", " = ", "<",    ">",
+                                "*", "'", "\\",    "1",    "GAR",  " ",      "XOR", "LIKE", "ABS("};
+  for (int I = 0; I < 1500; ++I) {
+    std::string Text;
+    for (int K = static_cast<int>(Random() % 12); K > 0; --K)
+      Text += Pieces[Random() % std::size(Pieces)];
+    Texts.push_back(Text);
+  }
+  for (const std::string& Text : Texts) {
+    const int32_t Number = ErrorOf([&] { File->Filter(Text); }).first;
+    EXPECT_TRUE(Number == 0 || Number == 50230 || Number == 50232 || Number == 50234)
+        << Text.substr(0, 80);
+    const TableState& State = File->State();
+    EXPECT_TRUE(Number != 0 || Text.empty() || State.FilterActive);
+    EXPECT_LE(State.FilterPos, static_cast<int32_t>(State.FilterList.size()) - 1);
+    EXPECT_FALSE(State.AbsMode);
+  }
+  EXPECT_EQ(Sorted(Long.substr(0, Long.size() - 5)), (List{1, 2, 5, 6, 8}));
+}
+
+TEST_F(QueryTest, SortsTakeDatesDeletedEntriesAndRefuseUnknownFields) {
+  File->Sort("FECHA");  // stored dates sort across the century
+  EXPECT_EQ(View(), (List{6, 8, 5, 1, 3, 9, 2, 7}));
+  EXPECT_EQ(File->State().EngineResult, 6);
+  EXPECT_EQ(File->State().FilterPos, 1);
+  File->State().FilterActive = true;
+  File->State().FilterList = {0, 2, 1, 0, 5};
+  File->Sort("NOMBRE");  // a deleted entry sorts as empty or zero
+  EXPECT_EQ(View(), (List{0, 1, 2, 5}));
+  File->State().FilterList = {0, 5, 0, 2};
+  File->Sort("SALDO");
+  EXPECT_EQ(View(), (List{2, 0, 5}));
+  File->Filter("NOMBRE = NADIE");
+  File->Sort("EDAD");
+  EXPECT_EQ(View(), List{});
+  EXPECT_EQ(File->State().FilterPos, 0);
+  File->Filter("");
+  EXPECT_EQ(ErrorOf([&] { File->Sort("SUELDO DESC"); }),
+            std::make_pair(50234, std::string("Campo SUELDO no existe")));
+  EXPECT_EQ(View(), (List{1, 2, 3, 5, 6, 7, 8, 9}));  // made before the names are looked up
+  EXPECT_TRUE(File->State().FilterActive);
+  for (const char* Bad : {"NOMBRE+", "ABS()", ""}) EXPECT_THROW(File->Sort(Bad), TQError) << Bad;
+}
+
+// The sort's work arrays are shared by the process: sorts from two threads take turns.
+TEST_F(QueryTest, SortsInTwoThreadsWaitForEachOther) {
+  std::vector<std::string> Records;
+  for (int I = 0; I < 3000; ++I)
+    Records.push_back(
+        RecordBytes(kSpec, {std::to_string((I * 7919) % 3001), "", -I, I % 100, "", "", 0, 0}));
+  testing::WriteTable(Dir, "ORDEN", "01", kSpec, Records);
+  auto First = testing::OpenAt(Dir, Dir.File("ORDEN01.tqd")),
+       Second = testing::OpenAt(Dir, Dir.File("ORDEN01.tqd"));
+  const auto Check = [](TQFile& Table, bool Descending, bool& Ok) {
+    Ok = true;
+    for (int Round = 0; Round < 20; ++Round) {
+      Table.Filter("");
+      Table.Sort(Descending ? "SALDO DESC" : "SALDO");  // SALDO is -(record - 1)
+      const List& Got = Table.State().FilterList;
+      Ok = Ok && Got.size() == 3001;
+      for (size_t I = 2; Ok && I < Got.size(); ++I)
+        Ok = Descending ? Got[I - 1] < Got[I] : Got[I - 1] > Got[I];
+    }
+  };
+  bool FirstOk = false, SecondOk = false;
+  std::thread A([&] { Check(*First, false, FirstOk); }), B([&] { Check(*Second, true, SecondOk); });
+  A.join();
+  B.join();
+  EXPECT_TRUE(FirstOk && SecondOk);
+}
+
+TEST_F(QueryTest, SumsAndAdditionsInPlaceFollowTheFieldsType) {
+  EXPECT_EQ(File->Sum("NO_EXISTE"), 0);  // no view: nothing is looked up or read
+  File->Filter("NOMBRE = ZETA OR NOMBRE = LOPEZ");
+  EXPECT_EQ(View(), (List{9, 2}));
+  EXPECT_EQ(File->Sum("EDAD"), 32769);
+  EXPECT_EQ(File->Sum(Variant(int16_t{7})), 3.75);
+  EXPECT_EQ(File->Sum("NOTA"), 12);  // the leading number of "12" and "LOPEZ"
+  File->State().AbsMode = true;      // as while an ABS filter is evaluated
+  EXPECT_EQ(File->Sum("SALDO"), 5.5);
+  File->State().AbsMode = false;
+  File->State().FilterList.push_back(0);  // an entry of a deleted record counts as zero
+  EXPECT_EQ(File->Sum("SALDO"), -4.5);
+  File->Filter("NOMBRE = ZETA");
+  EXPECT_EQ(File->Sum("CANTIDAD"), 12);  // a 32-bit integer is summed through its text
+  EXPECT_THROW(File->Sum("NO_EXISTE"), TQError);
+  File->Filter("");
+  File->SetBookMark(2);
+  EXPECT_EQ(File->AddToField("SALDO", 1.25), -3.75);
+  EXPECT_EQ(GetDouble(File->State(), 2, 3), -3.75);
+  EXPECT_EQ(File->AddToField("EDAD", 3), 5);
+  EXPECT_EQ(File->AddToField("PRECIO", 0.5), 2.75);
+  EXPECT_EQ(GetSingle(File->State(), 2, 7), 2.75f);
+  EXPECT_EQ(File->AddToField("CIUDAD", 1), 1);  // "SEVILLA" reads 0
+  EXPECT_EQ(GetField(File->State(), 2, 2, false), "1       ");
+  File->SetBookMark(9);
+  EXPECT_EQ(File->AddToField("CANTIDAD", 1), 13);  // through the text of its four bytes
+  EXPECT_EQ(GetField(File->State(), 9, 8, false), "13  ");
+  EXPECT_EQ(File->AddToKField(2, 2.5, 1), 3);  // id 2 is CIUDAD, one on is SALDO
+  EXPECT_EQ(File->AddToKField(4, -1), 32766);
+}
+
+TEST_F(QueryTest, AFailedAdditionLeavesTheFieldAndItsLockAsTheyWere) {
+  File->SetBookMark(9);
+  const auto SourceOf = [](const std::function<void()>& Work) {
+    try {
+      Work();
+    } catch (const TQError& Error) {
+      return std::to_string(Error.Number()) + " " + Error.Source();
+    }
+    return std::string();
+  };
+  EXPECT_EQ(SourceOf([&] { File->AddToField("EDAD", 1); }), "6 AddToField");
+  EXPECT_EQ(GetInteger(File->State(), 9, 4), 32767);
+  auto Other = testing::OpenAt(Dir, Path);  // the range is free again, here and for another
+  Other->SetBookMark(9);
+  EXPECT_EQ(Other->AddToField("EDAD", -7), 32760);
+  EXPECT_EQ(File->AddToField("EDAD", -1), 32759);
+  LockField(Other->State(), 2, 3, 0);
+  File->SetBookMark(2);
+  EXPECT_EQ(SourceOf([&] { File->AddToField("SALDO", 1); }), "70 AddToField");
+  EXPECT_EQ(SourceOf([&] { File->AddToKField(3, 1, 0); }), "70 AddToKfield");
+  EXPECT_EQ(File->AddToField("EDAD", 1), 3);  // another field is not covered
+  unLockField(Other->State(), 2, 3, 0);
+  EXPECT_EQ(File->AddToField("SALDO", 1), -4);
+  File->Filter("NOMBRE = NADIE");
+  EXPECT_EQ(SourceOf([&] { File->AddToField("SALDO", 1); }), "63 AddToField");
+  EXPECT_THROW(File->AddToField("NO_EXISTE", 1), TQError);
+}
+
+// A table of 2600 records of 2016 bytes, where a pass over the data file costs many reads.
+TEST(KeyedFilterReadsTest, KeyedConditionsReadOnlyTheRecordsTheirKeyRangeHolds) {
+  const TableSpec Spec{
+      "ANCHA",
+      {{"CODIGO", 0, 8, 1}, {"RELLENO", 11, 2000, 2}, {"GRUPO", 11, 4, 3}, {"NUMERO", 4, 4, 4}},
+      {KeySpec{{{1, 1, 8}}}, KeySpec{{{4, 1, 4}}}}};
+  std::vector<std::string> Records;
+  for (int I = 1; I <= 2600; ++I) {
+    char Code[16];
+    std::snprintf(Code, sizeof Code, "C%05d", I);
+    Records.push_back(
+        RecordBytes(Spec, {Code, std::string(2000, 'R'), I % 7 == 0 ? "G7" : "GX", I % 130}));
+  }
+  testing::TempDir Dir;
+  auto File = testing::OpenAt(Dir, testing::WriteTable(Dir, "ANCHA", "01", Spec, Records));
+  std::vector<int32_t> Progress;
+  File->OnProgress([&](int32_t Percentage) { Progress.push_back(Percentage); });
+  const auto ReadsOf = [&](const std::string& Filter, size_t Count) {
+    platform::ResetIoCounters();
+    File->Filter(Filter);
+    EXPECT_EQ(File->State().FilterList.size() - 1, Count) << Filter;
+    return platform::GetIoCounters().Reads;
+  };
+  EXPECT_GT(ReadsOf("GRUPO = G7", 371), 30u);  // the pass reads the whole file
+  ASSERT_FALSE(Progress.empty());              // with progress above 2000 records
+  EXPECT_EQ(Progress.front(), 1);
+  EXPECT_EQ(Progress.back(), 100);
+  EXPECT_TRUE(std::is_sorted(Progress.begin(), Progress.end()));
+  EXPECT_LE(ReadsOf("CODIGO = C00100", 1), 1u + 6u);  // the key's nodes and the matches
+  EXPECT_LE(ReadsOf("CODIGO LIKE C0010*", 10), 10u + 8u);
+  EXPECT_LE(ReadsOf("CODIGO >= C02590", 11), 6u);  // ranges decide on the key alone
+  EXPECT_LE(ReadsOf("CODIGO < C00005", 4), 6u);
+  EXPECT_LE(ReadsOf("CODIGO = C0002* AND GRUPO = G7", 2), 10u + 10u + 6u);  // only walked records
+  // "=" on a binary number walks its stored bytes (upper-cased in the key, so 97 meets 65
+  // there) and lists the records in file order, as the pass would: 97, 227, ... 2567.
+  EXPECT_LE(ReadsOf("NUMERO = 97", 20), 40u + 6u);
+  for (size_t I = 1; I <= 20; ++I) EXPECT_EQ(File->State().FilterList[I], int32_t(I) * 130 - 33);
+}
+
+// Invoices (FACTU) name their customer (CLIEN) by CLIENTE, the customers' key 1.
+TEST(LinksTest, LinksReadTheRelatedTableThroughACacheOfElevenNames) {
+  testing::TempDir Dir;
+  const TableSpec Customers{"CLIENTES",
+                            {{"CLIENTE", 11, 6, 1}, {"NOMBRE", 11, 12, 2}, {"ZONA", 11, 4, 3}},
+                            {KeySpec{{{1, 1, 6}}}, KeySpec{{{2, 1, 12}}}}};
+  testing::WriteTable(Dir, "CLIEN", "07", Customers,
+                      {RecordBytes(Customers, {"C1", "GARCIA", "NORTE"}),
+                       RecordBytes(Customers, {"C2", "LOPEZ", "SUR"}),
+                       RecordBytes(Customers, {"C1", "GARCIA BIS", "SUR"}),
+                       RecordBytes(Customers, {"A OR B", "RARO", "SUR"}),
+                       RecordBytes(Customers, {"A", "SOLO A", "OESTE"})});
+  const TableSpec Invoices{
+      "FACTURAS", {{"NUMERO", 11, 4, 1}, {"CLIENTE", 11, 6, 2}}, {KeySpec{{{1, 1, 4}}}}};
+  auto File = testing::OpenAt(
+      Dir, testing::WriteTable(
+               Dir, "FACTU", "07", Invoices,
+               {RecordBytes(Invoices, {"F1", "C2"}), RecordBytes(Invoices, {"F2", "C1"}),
+                RecordBytes(Invoices, {"F3", "C9"}), RecordBytes(Invoices, {"F4", "A OR B"})}));
+  const auto Parent = [&](const char* Invoice, const std::string& Table, const Variant& Field) {
+    File->Filter(std::string("NUMERO = ") + Invoice);
+    return File->LinkParent(Table, Field).ToString();
+  };
+  EXPECT_EQ(Parent("F1", "CLIEN", "NOMBRE"), "LOPEZ       ");
+  EXPECT_EQ(Parent("F2", "CLIEN", "NOMBRE"), "GARCIA      ");
+  EXPECT_EQ(Parent("F2", "CLIEN", Variant(int16_t{3})), "NORT");
+  EXPECT_EQ(Parent("F3", "CLIEN", "NOMBRE"), "");  // no customer: Empty, the link at its ends
+  TQFile& Linked = *File->State().LinkedTables[0].Table;
+  EXPECT_TRUE(Linked.Bof() && Linked.Eof());
+  EXPECT_EQ(Parent("F4", "CLIEN", "NOMBRE"), "SOLO A      ");  // CLIENTE = A OR B, unquoted
+  File->Filter("NUMERO = F2");
+  EXPECT_EQ(File->LinkChild("CLIEN", "ZONA = SUR", "NOMBRE").ToString(), "GARCIA BIS  ");
+  EXPECT_EQ(Linked.State().FilterList, (List{0, 3}));  // the last link filter stays in force
+  platform::ResetIoCounters();
+  EXPECT_EQ(File->LinkChild("CLIEN", "", "NOMBRE").ToString(), "GARCIA      ");
+  EXPECT_EQ(platform::GetIoCounters().Opens, 0u);  // opened once
+  EXPECT_EQ(Linked.State().FilterList, (List{0, 1, 3}));
+  // Names differing in case are different links: eleven fit, a twelfth fails with error 91.
+  for (int Mask = 1; Mask < 12; ++Mask) {
+    std::string Name = "CLIEN";
+    for (int I = 0; I < 5; ++I) Name[I] = (Mask & (1 << I)) ? char(Name[I] - 'A' + 'a') : Name[I];
+    const int32_t Error =
+        ErrorOf([&] { EXPECT_EQ(Parent("F1", Name, "NOMBRE"), "LOPEZ       "); }).first;
+    EXPECT_EQ(Error, Mask < 11 ? 0 : 91) << Name;
+  }
+  EXPECT_EQ(File->State().LinkedTables[1].Name, "cLIEN");
+  File->State().LinkedTables[10] = {};
+  EXPECT_THROW(File->LinkParent("NADIE", "NOMBRE"), TQError);  // a table that cannot open
+  EXPECT_TRUE(File->State().LinkedTables[10].Name.empty());    // leaves its entry free
+}
+
+}  // namespace
+}  // namespace tqdb::query

@@ -1,0 +1,487 @@
+// Update, Delete, seeks, moves and ReIndex on a table written byte by byte: the edges that the
+// model test's random run does not reach (refusals, overflows, odd dates, locale numbers,
+// filter results, the special seek key, array and binary seek values, saved positions).
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "engine/dispatcher_retry.h"
+#include "platform/fault.h"
+#include "platform/file_pool.h"
+#include "platform/numbers.h"
+#include "records/edit_values.h"
+#include "records/navigation.h"
+#include "records/record_codecs.h"
+#include "records/seek.h"
+#include "support/file_checks.h"
+#include "support/open_table.h"
+#include "table/TQFile.h"
+
+namespace tqdb {
+namespace {
+
+using testing::RecordBytes;
+using testing::TableSpec;
+
+// Keys: 1 NAME, 2 CODE, 3 QTY (a 16-bit field: the key holds its bytes), 4 NAME + CODE,
+// 5 FECHA. Key 1 order: BRAVO 1, DELTA 2, DELTA 4, DELTA 5, FOXTROT 3.
+const TableSpec kSpec{
+    "Cambios",
+    {{"CODE", 10, 4, 1},
+     {"NAME", 10, 8, 2},
+     {"QTY", 1, 2, 3},
+     {"PRICE", 2, 4, 4},
+     {"AMOUNT", 3, 8, 5},
+     {"FECHA", 5, 6, 6},
+     {"RATE", 81, 8, 7},
+     {"NOTE", 10, 6, 8},
+     {"PIC", 62, 4, 9},
+     {"MEMO", 74, 20, 10},
+     {"TOTAL", 4, 4, 11}},
+    {{{{2, 1, 8}}}, {{{1, 1, 4}}}, {{{3, 1, 2}}}, {{{2, 1, 8}, {1, 1, 4}}}, {{{6, 1, 6}}}}};
+
+std::vector<std::string> Records() {
+  std::vector<std::string> Out;
+  for (const auto& [Code, Name, Qty, Fecha] :
+       std::vector<std::tuple<const char*, const char*, int, const char*>>{
+           {"0001", "BRAVO", 7, "A50102"},
+           {"0002", "DELTA", 5, "991231"},
+           {"0003", "FOXTROT", -3, "A00101"},
+           {"0004", "DELTA", 5, "A50102"},
+           {"0005", "DELTA", 300, "800615"}}) {
+    Out.push_back(RecordBytes(kSpec, {Code, Name, Qty, 2.5, 4.5, Fecha, 1.5, "uno", 0, "", 0}));
+  }
+  return Out;
+}
+
+template <typename F>
+int32_t ErrorOf(F&& Work) {
+  try {
+    Work();
+  } catch (const TQError& Error) {
+    return Error.Number();
+  }
+  return 0;
+}
+
+class ChangesTest : public ::testing::Test {
+ protected:
+  Variant Field(int32_t Record, const char* Name) {
+    T.SetBookMark(Record);
+    return T.Fields(Name);
+  }
+  int32_t SeekOn(int16_t Key, const Variant& Value, int32_t Option = adseekfirsteq) {
+    T.SetIndex(Key);
+    const int32_t Found = T.SeekKey(Value, Option);
+    EXPECT_EQ(Found, T.BookMark());
+    return Found;
+  }
+  std::string SpecialKeyOf(int32_t Record) {
+    T.SetBookMark(Record);
+    return T.GetSpecialSeekKeys();
+  }
+  std::string RecordOnDisk(int32_t Record) {
+    const size_t Length = static_cast<size_t>(testing::RecordLengthOf(kSpec));
+    return Table.DataBytes().substr(static_cast<size_t>(Record - 1) * Length, Length);
+  }
+  void Edit(int32_t Record, std::vector<std::pair<const char*, Variant>> Values) {
+    T.SetBookMark(Record);
+    T.Edit();
+    for (const auto& [Name, Value] : Values) T.SetFields(Name, Value);
+  }
+
+  testing::OpenTable Table{kSpec, Records()};
+  TQFile& T = Table.File();
+};
+
+TEST_F(ChangesTest, EditWritesWhatWasPutByTypeAndNothingElse) {
+  Edit(2, {{"RATE", 3}, {"NOTE", "cambiado"}, {"QTY", ""}, {"FECHA", "05/03/59"}});
+  T.Update();
+  EXPECT_EQ(T.EditMode(), 0);
+  EXPECT_DOUBLE_EQ(Field(2, "RATE").AsNumber(), 3.0);
+  EXPECT_EQ(Field(2, "NOTE").ToString(), "cambia");  // cut to the field's width
+  EXPECT_EQ(Field(2, "QTY").AsInteger(), 0);         // empty is zero, and its key follows
+  EXPECT_EQ(SeekOn(3, std::vector<Variant>{0}), 2);
+  EXPECT_EQ(RecordOnDisk(2).substr(size_t(testing::FieldOffsetOf(kSpec, 6)), 6), "F90305");
+  EXPECT_EQ(Field(2, "CODE").ToString(), "0002");  // not put: unchanged
+  EXPECT_EQ(RecordOnDisk(1), Records()[0]);        // the neighbours are untouched
+  EXPECT_EQ(RecordOnDisk(3), Records()[2]);
+  EXPECT_EQ(DateValueToStored("02/01/2005"), "A50102");
+  Edit(1, {{"FECHA", "991231"}});  // six characters are the stored form itself
+  T.Update();
+  EXPECT_EQ(Field(1, "FECHA").ToString(), "31/12/99");
+  for (const char* Odd : {"5/03/59", "05/03/2059X", "ABC"}) {  // other lengths store no date
+    Edit(1, {{"FECHA", Odd}});
+    T.Update();
+    EXPECT_EQ(Field(1, "FECHA").ToString(), "") << Odd;
+  }
+  const std::string Before = Table.DataBytes();
+  Edit(2, {});
+  T.SetEngineCommand("X\\MARK");
+  T.Update();  // nothing put: nothing written or sent
+  T.Update();  // with no edit open it only closes
+  EXPECT_EQ(T.EngineCommand(), "X\\MARK");
+  EXPECT_EQ(Table.DataBytes(), Before);
+  EXPECT_EQ(NumberFromBuffer(Variant(), 1), 0.0);
+  EXPECT_EQ(NumberFromBuffer(true, 4), -1.0);
+  EXPECT_EQ(NumberFromBuffer("12abc.5", 3), 12.0);  // the point rule reads the leading number
+  EXPECT_THROW(NumberFromBuffer("12abc.5", 1), platform::Fault);  // whole numbers: the locale's
+  EXPECT_THROW(NumberFromBuffer("abc", 3), platform::Fault);
+  EXPECT_THROW(NumberFromBuffer(std::vector<Variant>{1}, 3), platform::Fault);
+}
+
+// A failed Update closes the edit, but for a refused insert, which a second Update retries.
+TEST_F(ChangesTest, AFailedUpdateLeavesTheRecordAndItsKeysAndASecondUpdateRetries) {
+  const std::string Before = Table.DataBytes();
+  for (const auto& [Name, Value, Number] : std::vector<std::tuple<const char*, Variant, int>>{
+           {"QTY", 40000, 6}, {"AMOUNT", "abc", 13}}) {
+    Edit(2, {{"NAME", "ZULU"}, {Name, Value}, {"RATE", 9}});  // a key field before the fault
+    EXPECT_EQ(ErrorOf([&] { T.Update(); }), Number);
+    EXPECT_EQ(Table.DataBytes(), Before);
+    EXPECT_EQ(T.EditMode(), 0);
+  }
+  EXPECT_EQ(SeekOn(1, "DELTA"), 2);
+  EXPECT_EQ(SeekOn(1, "ZULU"), 0);
+  T.AddNew();
+  T.SetFields("CODE", "0009");
+  T.SetFields("NAME", "HOTEL");
+  T.SetEngineCommand("K");  // the key file closed under the table: the insert is refused
+  T.ExecuteCommand();
+  try {
+    T.Update();
+    ADD_FAILURE() << "the insert was not refused";
+  } catch (const TQError& Error) {
+    EXPECT_EQ(Error.Number(), 50221);
+    EXPECT_EQ(Error.Description().rfind("Error indexados: ", 0), 0u) << Error.Description();
+    EXPECT_NE(Error.Description().find(" insertando registro I\\"), std::string::npos);
+  }
+  EXPECT_EQ(T.EditMode(), 2);
+  EXPECT_EQ(Table.DataBytes(), Before);
+  std::string Path = Table.KeyPath();
+  for (char& C : Path) C = C == '/' ? '\\' : C;
+  T.SetEngineCommand("/O/" + Path + "/" + std::to_string(T.DataFileNo()));
+  T.ExecuteCommand();
+  T.Update();
+  EXPECT_EQ(T.BookMark(), 6);
+  EXPECT_EQ(T.Fields("QTY").AsInteger(), 0);  // AddNew writes zero for what was not put
+  EXPECT_EQ(T.Fields("FECHA").ToString(), "");
+  EXPECT_EQ(SeekOn(1, "HOTEL"), 6);
+  EXPECT_EQ(SeekOn(2, "0009"), 6);
+  T.SetFieldType(8, 74);  // NOTE, 6 bytes: too narrow for a long text's place (fault 5)
+  for (const bool New : {false, true}) {
+    New ? T.AddNew() : Edit(2, {});
+    T.SetFields("NOTE", "texto");
+    EXPECT_NE(ErrorOf([&] { T.Update(); }), 0);
+    EXPECT_EQ(T.EditMode(), 0);
+  }
+  T.Update();  // the new record's keys went in: no retry inserts them a second time
+  EXPECT_EQ(T.RecordCount(), 7);
+}
+
+// The data file changed behind the keys' back: its key texts no longer match the entries.
+TEST_F(ChangesTest, KeysThatDoNotMatchTheDataRefuseAnEditAndADelete) {
+  const std::string Xray = "XRAY    ";
+  platform::WriteAt(T.State().DataFileNo, testing::RecordLengthOf(kSpec) + 5, Xray);  // record 2
+  const std::string Before = RecordOnDisk(2);
+  Edit(2, {{"NAME", "NUEVO"}});
+  try {
+    T.Update();
+    ADD_FAILURE() << "the R command found an entry";
+  } catch (const TQError& Error) {
+    EXPECT_EQ(Error.Number(), 55000);
+    EXPECT_NE(Error.Description().find(" actualizando registro R\\1\\2\\"), std::string::npos);
+  }
+  try {
+    T.Delete(2);
+    ADD_FAILURE() << "the delete was not refused";
+  } catch (const TQError& Error) {
+    EXPECT_EQ(Error.Number(), 50220);
+    EXPECT_EQ(Error.Description(), "Error indexados anulando registro: TABLA");
+  }
+  EXPECT_EQ(RecordOnDisk(2), Before);
+}
+
+TEST_F(ChangesTest, AMoveAfterReKeyingTwoKeyFieldsGoesOnFromTheOldPlace) {
+  T.SetIndex(1);
+  T.MoveLast();
+  T.Edit();
+  T.SetFields("NAME", "aaa");
+  T.SetFields("CODE", "0000");  // two key fields: the position is saved once, before both
+  T.Update();
+  T.MovePrevious();
+  EXPECT_EQ(T.EngineCommand().substr(0, 5), "E\\1\\3");
+  EXPECT_EQ(T.BookMark(), 5);                          // before FOXTROT's old place
+  EXPECT_EQ(Field(3, "NAME").ToString(), "aaa     ");  // the record keeps the case put
+  EXPECT_EQ(SeekOn(1, "AAA"), 3);
+  EXPECT_EQ(SeekOn(4, "AAA     0000"), 3);
+}
+
+// A new record in a deleted record's place waits for that record's lock (its deleter may
+// still be writing the mark); a record after the last one was never anybody's.
+TEST_F(ChangesTest, OnlyANewRecordInADeletedRecordsPlaceTakesTheRecordLock) {
+  const auto LocksOfOneAddNew = [this](const char* Code) {
+    const uint64_t Before = platform::GetIoCounters().Locks;
+    T.AddNew();
+    T.SetFields("CODE", Code);
+    T.Update();
+    return platform::GetIoCounters().Locks - Before;
+  };
+  const uint64_t Fresh = LocksOfOneAddNew("0010");
+  EXPECT_EQ(T.BookMark(), 6);
+  T.Delete(2);
+  EXPECT_EQ(LocksOfOneAddNew("0011"), Fresh + 2);  // lock and unlock of record 2
+  EXPECT_EQ(T.BookMark(), 2);
+  EXPECT_EQ(SeekOn(2, "0011"), 2);
+}
+
+// A comma-decimal locale built for the test, in a child process of its own so that its
+// environment stays there.
+TEST_F(ChangesTest, APointIsADecimalPointInAnyLocale) {
+  testing::TempDir Locales;
+  const std::string Build =
+      "localedef -i es_ES -f UTF-8 " + Locales.File("es_ES.UTF-8") + " >/dev/null 2>&1";
+  if (std::system(Build.c_str()) != 0) GTEST_SKIP() << "localedef could not build es_ES.UTF-8";
+  EXPECT_EXIT(
+      {
+        ::setenv("LOCPATH", Locales.Path().c_str(), 1);
+        ::setenv("LC_ALL", "es_ES.UTF-8", 1);
+        if (platform::UserLocale().Decimal != ',' || NumberFromBuffer("1.5", 3) != 1.5 ||
+            NumberFromBuffer("2,5", 3) != 2.5 || platform::UserLocale().Thousands != '.' ||
+            platform::LocaleToDouble("1.234,5") != 1234.5) {
+          std::_Exit(2);
+        }
+        for (const bool New : {false, true}) {  // record 3 edited, then record 6 added
+          New ? T.AddNew() : Edit(3, {});
+          T.SetFields("AMOUNT", "1.5");
+          T.SetFields("RATE", "1.234,5");
+          T.SetFields("PRICE", "2,5");
+          T.SetFields("QTY", "1.500");  // whole numbers: "." groups thousands
+          T.SetFields("TOTAL", "2.500");
+          T.Update();
+        }
+        std::_Exit(0);
+      },
+      ::testing::ExitedWithCode(0), "");
+  for (const int32_t Record : {3, 6}) {
+    EXPECT_DOUBLE_EQ(Field(Record, "AMOUNT").AsNumber(), 1.5);
+    EXPECT_DOUBLE_EQ(Field(Record, "RATE").AsNumber(), 1.234);  // the leading number, point
+    EXPECT_FLOAT_EQ(static_cast<float>(Field(Record, "PRICE").AsNumber()), 2.5f);
+    EXPECT_EQ(Field(Record, "QTY").AsInteger(), 1500);
+    EXPECT_EQ(Field(Record, "TOTAL").AsInteger(), 2500);
+  }
+}
+
+// Files that may only be read (a read-only share, mode 444): the table is read as ever, and
+// every change fails at once, never waiting as for a lock held elsewhere.
+TEST_F(ChangesTest, AReadOnlyTableIsReadAndRefusesEveryChangeAtOnce) {
+  const std::string Before = Table.DataBytes();
+  const testing::ReadOnlyFiles ReadOnly(Table.Dir().Path());
+  const auto Sleep = engine::SetRetrySleep([](int32_t) { throw std::runtime_error("retried"); });
+  auto R = Table.Open();
+  R->SetIndex(1);
+  EXPECT_EQ(R->SeekKey("DELTA"), 2);
+  R->MoveNext();
+  EXPECT_EQ(R->BookMark(), 4);
+  R->Filter("NAME LIKE *O*");
+  EXPECT_EQ(R->RecordCount(), 2);
+  for (const auto& Change : std::vector<std::function<void(TQFile&)>>{
+           [](TQFile& W) { W.AddNew(), W.SetFields("NAME", "GOLF"), W.Update(); },
+           [](TQFile& W) { W.SetBookMark(1), W.Edit(), W.SetFields("NAME", "ZULU"), W.Update(); },
+           [](TQFile& W) { W.Delete(3); },
+           [](TQFile& W) { W.SetBookMark(2), W.AddToField("QTY", 1); }}) {
+    try {
+      Change(*Table.Open());
+      ADD_FAILURE() << "a read-only table was changed";
+    } catch (const TQError& Error) {
+      EXPECT_TRUE(
+          Error.Description().starts_with("Solo se puede leer el archivo " + Table.Dir().Dir()))
+          << Error.Description();
+    }
+  }
+  engine::SetRetrySleep(Sleep);
+  EXPECT_EQ(Table.DataBytes(), Before);
+}
+
+TEST_F(ChangesTest, DeleteMarksTheRecordReleasesItsFilesAndFollowsAFilterResult) {
+  T.AddNew();
+  T.SetFields("CODE", "0006");
+  T.SetFields("PIC", "PICTURE");
+  T.SetFields("MEMO", "año largo");
+  T.Update();
+  EXPECT_EQ(Table.Dir().Read("TABLA01.tqy"), "a\xF1o largo");  // stored as Windows-1252
+  T.SetBookMark(3);
+  T.Delete(6);
+  EXPECT_EQ(T.BookMark(), 3);  // the current record is kept
+  EXPECT_EQ(RecordOnDisk(6),
+            "ANULADO" + std::string(size_t(testing::RecordLengthOf(kSpec)) - 7, '\0'));
+  EXPECT_EQ(Table.Dir().Read("TABLA01.tqw").find("PICTURE"), std::string::npos);  // zeroed
+  EXPECT_EQ(Table.Dir().Read("TABLA01.tqy").find("largo"), std::string::npos);
+  EXPECT_EQ(SeekOn(2, "0006"), 0);
+  const std::string Before = Table.DataBytes();
+  T.SetEngineCommand("X\\MARK");
+  for (int32_t Record : {6, 0, -1, -7}) T.Delete(Record);  // 6 is deleted already
+  EXPECT_EQ(T.EngineCommand(), "X\\MARK");
+  EXPECT_EQ(Table.DataBytes(), Before);
+  TableState& S = T.State();  // a filter result: one record, or all of them
+  S.FilterActive = true;
+  S.FilterList = {0, 2, 4, 5};
+  S.FilterPos = 1;
+  T.Delete(4);
+  EXPECT_EQ(S.FilterList, (std::vector<int32_t>{0, 2, 0, 5}));
+  EXPECT_EQ(S.EngineResult, 0);
+  T.Delete(-1);
+  EXPECT_FALSE(S.FilterActive);
+  EXPECT_EQ(S.FilterList, std::vector<int32_t>{0});
+  for (int32_t R : {2, 4, 5, 6}) EXPECT_TRUE(IsAnulado(S, R)) << R;
+  for (int32_t R : {1, 3}) EXPECT_FALSE(IsAnulado(S, R)) << R;
+  EXPECT_EQ(T.DeletedRecordCount(), 4);
+}
+
+TEST_F(ChangesTest, SeeksTakeSpecialKeysArraysDatesAndBinaryValues) {
+  const std::string FileNo = std::to_string(T.DataFileNo());
+  T.SetIndex(1);
+  EXPECT_EQ(SpecialKeyOf(4), "1\\4\\" + FileNo + "\\DELTA   ");
+  EXPECT_EQ(SpecialKeyOf(0), "");
+  EXPECT_EQ(SeekOn(1, SpecialKeyOf(4), adSeekAfter), 5);
+  EXPECT_EQ(SeekOn(1, SpecialKeyOf(4), adSeekBefore), 2);
+  EXPECT_EQ(SeekOn(1, SpecialKeyOf(3), adSeekAfter), 0);  // after the last entry
+  EXPECT_TRUE(T.Eof());
+  EXPECT_EQ(SeekOn(1, SpecialKeyOf(1), adSeekBefore), 0);
+  EXPECT_TRUE(T.Bof());
+  T.SetBookMark(4);
+  T.SetEngineCommand("X\\MARK");
+  for (int32_t Option : {0, 3, 5, 64, -1}) EXPECT_EQ(T.SeekKey("DELTA", Option), 0) << Option;
+  EXPECT_EQ(T.EngineCommand(), "X\\MARK");  // unknown options send nothing
+  EXPECT_EQ(T.BookMark(), 4);
+  using Values = std::vector<Variant>;
+  T.SetIndex(4);
+  EXPECT_EQ(SpecialKeyOf(4), "4\\4\\" + FileNo + "\\DELTA   0004");
+  EXPECT_EQ(SeekOn(4, Values{"DELTA", "0004"}), 4);
+  EXPECT_EQ(SeekOn(4, Values{"delta", "0005", "extra"}), 5);
+  EXPECT_EQ(SeekOn(4, Values{"DELTAXXXXX", "0002"}), 0);  // cut to the segment
+  EXPECT_EQ(SeekOn(4, Values{"DELTA"}), 0);               // a missing segment is blank
+  EXPECT_EQ(SeekOn(4, Values{"DELTA"}, adSeekAfterEQ), 2);
+  EXPECT_EQ(SeekOn(4, "DELTA   0005"), 5);  // a plain text is the whole key
+  EXPECT_EQ(SeekOn(5, Values{Date{2005, 1, 2}}), 1);
+  EXPECT_EQ(SeekOn(5, Values{Date{2005, 1, 2}}, adSeekLastEQ), 4);
+  EXPECT_EQ(SeekOn(5, Values{Date{1999, 12, 31}}), 2);
+  EXPECT_EQ(SeekOn(5, Values{Date{2000, 6, 1}}, adSeekAfterEQ), 1);
+  EXPECT_EQ(SeekOn(5, Values{"15/06/80"}), 0);  // text is not a date
+  EXPECT_EQ(SeekOn(3, Values{int16_t{5}}), 2);
+  EXPECT_EQ(SeekOn(3, Values{5}, adSeekLastEQ), 4);
+  EXPECT_EQ(SeekOn(3, Values{"300"}), 5);
+  EXPECT_EQ(SeekOn(3, Values{-3.0}), 3);
+  EXPECT_EQ(SeekOn(3, SpecialKeyOf(2), adSeekAfter), 4);  // binary bytes survive UTF-8
+  EXPECT_EQ(SeekOn(3, SpecialKeyOf(4), adSeekBefore), 2);
+  T.SetIndex(1);  // a seek drops a saved position; MoveFirst restarts the key walk
+  T.SetBookMark(2);
+  T.State().PositionText = tqdb::GetSpecialSeekKeys(T.State());
+  T.State().ResumeFromSaved = true;
+  SeekOn(1, "FOXTROT");
+  EXPECT_FALSE(T.State().ResumeFromSaved);
+  T.MoveNext();
+  EXPECT_EQ(T.EngineCommand().substr(0, 2), "N\\");
+  EXPECT_TRUE(T.Eof());
+  T.State().ResumeFromSaved = true;
+  T.MoveFirst();
+  EXPECT_EQ(T.EngineCommand(), "F\\1\\" + FileNo);
+  EXPECT_FALSE(T.State().ResumeFromSaved);
+}
+
+TEST_F(ChangesTest, ReIndexReadsOnlyTheDataFileAndWaitsForOtherUsers) {
+  {
+    auto Other = Table.Open();
+    EXPECT_EQ(ErrorOf([&] { T.ReIndex(); }), 70);
+    T.MoveFirst();  // the key file is still open and usable
+    EXPECT_EQ(T.LastError(), 0);
+  }
+  Table.Dir().Write("TABLA01.tqc", std::string(4096, 'x'));
+  EXPECT_LT(T.ReIndex(), 1.0);  // minutes.seconds
+  EXPECT_EQ(Table.Open()->SeekKey("BRAVO"), 1);
+}
+
+// Moves over a filter result set up by the test: entries of deleted records (0), its ends,
+// bookmarks and positions.
+TEST(FilterNavigationTest, WalksTheListAndStopsAtItsEnds) {
+  TableState S;
+  S.FilterActive = true;
+  S.FilterList = {0, 7, 0, 9};
+  S.ResumeFromSaved = true;
+  std::vector<std::pair<int32_t, int16_t>> Seen;  // record, status
+  for (auto Move : {&MoveFirst, &MoveNext, &MoveNext, &MoveNext, &MovePrevious}) {
+    Move(S);
+    Seen.emplace_back(S.EngineResult, S.LastError);
+  }
+  EXPECT_EQ(Seen,
+            (std::vector<std::pair<int32_t, int16_t>>{{7, 0}, {0, 0}, {9, 0}, {9, 15}, {0, 15}}));
+  EXPECT_FALSE(S.ResumeFromSaved);  // MoveFirst restarts: a saved position is dropped
+  MoveLast(S);
+  EXPECT_EQ(S.FilterPos, 3);
+  MoveFirst(S);
+  MovePrevious(S);  // before the first: no record, not yet Bof
+  EXPECT_EQ(std::make_pair(S.EngineResult, S.FilterPos), std::make_pair(0, 0));
+  EXPECT_EQ(S.LastError, 0);
+  MovePrevious(S);
+  EXPECT_EQ(S.LastError, 13);
+  S.FilterPos = 40;  // a damaged place is never read
+  EXPECT_EQ(BookMark(S), 0);
+  MovePrevious(S);
+  EXPECT_EQ(S.EngineResult, 9);
+  S.FilterPos = -5;
+  MoveNext(S);
+  EXPECT_EQ(std::make_pair(S.EngineResult, S.FilterPos), std::make_pair(0, 0));
+  S.FilterList = {0, 7, 3, 9, 3};
+  SetBookMark(S, 3);
+  EXPECT_EQ(S.FilterPos, 2);  // the first element equal to it
+  SetBookMark(S, 42);         // not in the result: the place stays
+  EXPECT_EQ(S.FilterPos, 2);
+  SetPosition(S, 3);
+  EXPECT_EQ(S.EngineResult, 9);
+  SetPosition(S, 5);  // beyond the list: no record, the place stays
+  EXPECT_EQ(std::make_pair(S.EngineResult, S.FilterPos), std::make_pair(0, 3));
+  SetPosition(S, 0);
+  EXPECT_EQ(Position(S), 0);
+  EXPECT_THROW(SetPosition(S, -1), platform::Fault);
+  EXPECT_EQ(RecordCount(S), 4);  // a filter counts its result
+  S.FilterList = {0};
+  for (auto Move : {&MoveFirst, &MoveLast}) {
+    S.EngineResult = 12;
+    Move(S);
+    EXPECT_EQ(std::make_pair(S.EngineResult, S.LastError), std::make_pair(0, int16_t{16}));
+  }
+  S.FilterActive = false;
+  SetBookMark(S, 123456);  // without a filter: the record, unchecked; a place changes nothing
+  SetPosition(S, 2);
+  EXPECT_EQ(Position(S), 123456);
+}
+
+TEST(KeyNavigationTest, OnlyMoveFirstRaisesForAFailedMove) {
+  TableState S;  // no key file open: the engine cannot move
+  try {
+    MoveFirst(S);
+    ADD_FAILURE() << "MoveFirst raised nothing, status " << S.LastError;
+  } catch (const platform::Fault& F) {
+    EXPECT_NE(S.LastError, 0);
+    EXPECT_NE(S.LastError, 16);
+    EXPECT_EQ(F.Number(), S.LastError);
+    EXPECT_EQ(F.Description(), "Error Indexados " + std::to_string(S.LastError));
+  }
+  for (auto Move : {&MoveLast, &MoveNext, &MovePrevious}) EXPECT_NO_THROW(Move(S));
+  EXPECT_NE(S.LastError, 0);
+  S.RecordLength = 10;
+  EXPECT_EQ(RecordCount(S), 0);         // a table that is not open has no records
+  testing::OpenTable Empty(kSpec, {});  // an empty key is no failure
+  Empty.File().State().EngineResult = 9;
+  EXPECT_NO_THROW(MoveFirst(Empty.File().State()));
+  EXPECT_EQ(Empty.File().State().EngineResult, 0);
+  EXPECT_TRUE(Empty.File().Bof() && Empty.File().Eof());
+}
+
+}  // namespace
+}  // namespace tqdb
