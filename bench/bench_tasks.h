@@ -31,6 +31,9 @@ enum Task : int {
   kDelete,
   kReIndex,
   kRebuild,
+  kConcurrentAdd,  // from here on: tasks of several processes (process_tasks.h)
+  kReadWhileWrite,
+  kImport,
   kTaskCount
 };
 
@@ -54,6 +57,9 @@ inline constexpr std::array<TaskInfo, kTaskCount> kTasks = {{
     {"Delete 10 % (SeekKey + Delete)", "DELETE ... WHERE codigo = ?", 0, false},
     {"ReIndex", "REINDEX", 0, false},
     {"Rebuild", "VACUUM", 0, false},
+    {"4 processes adding N/40 records each", "4 processes, INSERT each, WAL", 0, false},
+    {"4 processes reading, 1 adding N/40", "4 readers, 1 writer, WAL", 0, false},
+    {"tqdb import of a CSV file", "sqlite3 .import", 1.0, false},
 }};
 
 struct Measure {

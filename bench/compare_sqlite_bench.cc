@@ -6,14 +6,22 @@
 // second, the ratio TQDB/SQLite, and for TQDB the system calls per operation (counted by
 // the platform layer) and the peak resident memory.
 //
+// After the tasks of one process come those of several (process_tasks.h): 4 processes
+// adding records at once, 4 reading while 1 adds, then the peak memory of ReIndex and
+// Rebuild each in a process of its own, and the import of a CSV file by the two
+// command-line programs.
+//
 // Usage: compare_sqlite_bench [--large] [--sizes=N,N...] [--dir=PATH] [--only=tqdb|sqlite]
-//                             [--tasks=K] [--repeat=R]
+//                             [--tasks=K] [--repeat=R] [--tqdb-tool=PATH]
+//                             [--sqlite-tool=PATH]
 //   --large    also run N = 1 000 000 (the default is N = 100 000 only)
 //   --sizes    the table sizes to run, instead of the above
 //   --dir      where the files go (default: a fresh directory under $TMPDIR or /tmp)
 //   --only     run one engine, in this process (for profiling); prints its column only
 //   --tasks    run only the first K tasks (the load is task 1; for profiling)
 //   --repeat   runs of each read-only task, the fastest kept (default 3)
+//   --tqdb-tool, --sqlite-tool   the tqdb and sqlite3 programs for the import task (it
+//              is not run for a program not given)
 #include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,6 +36,7 @@
 #include <vector>
 
 #include "bench_tasks.h"
+#include "process_tasks.h"
 #include "sqlite_tasks.h"
 #include "tqdb_tasks.h"
 
@@ -40,9 +49,7 @@ int TaskLimit = kTaskCount;
 int Repeats = 3;
 static_assert(std::is_trivially_copyable_v<Measure>);
 
-uint64_t SystemCalls() {
-  return tqdb::platform::GetIoCounters().SystemCalls();
-}
+uint64_t SystemCalls() { return tqdb::platform::GetIoCounters().SystemCalls(); }
 
 void SetNote(Measure& M, const std::string& Text) {
   M.Failed = true;
@@ -263,10 +270,49 @@ void PrintTable(int64_t N, const Results& T, const Results& S) {
       "Peak memory: TQDB %.0f MB, SQLite %.0f MB (whole process, getrusage; TQDB's figure "
       "counts the pages of the table files it maps for reading, which are the system's "
       "page cache, shared).\n",
-              static_cast<double>(T[kTaskCount - 1].PeakKb) / 1024.0,
-              static_cast<double>(S[kTaskCount - 1].PeakKb) / 1024.0);
+      static_cast<double>(T[kRebuild].PeakKb) / 1024.0,
+      static_cast<double>(S[kRebuild].PeakKb) / 1024.0);
   for (const std::string& Note : Notes) std::printf("- %s\n", Note.c_str());
   std::fflush(stdout);
+}
+
+std::string Megabytes(int64_t Kb) {
+  if (Kb < 0) return "n/a";
+  char Text[32];
+  std::snprintf(Text, sizeof Text, "%.0f", static_cast<double>(Kb) / 1024.0);
+  return Text;
+}
+
+void PrintMemory(int64_t Records, const std::vector<MemoryRow>& Rows) {
+  std::printf(
+      "\nPeak memory of one task in a process of its own (maximum resident set, wait4), on "
+      "the table the run left (%lld records):\n\n",
+      static_cast<long long>(Records));
+  std::printf("| Task | TQDB peak MB | SQLite peak MB |\n|---|--:|--:|\n");
+  for (const MemoryRow& Row : Rows) {
+    std::printf("| %s | %s | %s |\n", Row.Name, Megabytes(Row.TqdbKb).c_str(),
+                Megabytes(Row.SqliteKb).c_str());
+  }
+  std::fflush(stdout);
+}
+
+// The tasks of several processes, run from this process once the engines' processes have
+// closed their tables.
+void RunProcessTasks(const std::string& Directory, int64_t N, const std::string& TqdbTool,
+                     const std::string& SqliteTool, Results& T, Results& S) {
+  if (TaskLimit > kConcurrentAdd) {
+    RunConcurrentTasks<TqdbWorker>(Directory, N, T);
+    {
+      SqliteWorker Setup(Directory);
+      Setup.Exec("PRAGMA journal_mode=WAL");
+    }
+    RunConcurrentTasks<SqliteWorker>(Directory, N, S);
+    std::fprintf(stderr, "  N = %lld: concurrent tasks done\n", static_cast<long long>(N));
+  }
+  if (TaskLimit > kImport) {
+    RunImportTasks(Directory, N, TqdbTool, SqliteTool, T, S);
+    std::fprintf(stderr, "  N = %lld: import done\n", static_cast<long long>(N));
+  }
 }
 
 std::string FreshDirectory() {
@@ -280,7 +326,7 @@ std::string FreshDirectory() {
 
 int Main(int argc, char** argv) {
   std::vector<int64_t> Sizes = {100000};
-  std::string Directory, Only;
+  std::string Directory, Only, TqdbTool, SqliteTool;
   for (int I = 1; I < argc; ++I) {
     const std::string Arg = argv[I];
     if (Arg == "--large") {
@@ -302,10 +348,14 @@ int Main(int argc, char** argv) {
       TaskLimit = std::min(std::stoi(Arg.substr(8)), static_cast<int>(kTaskCount));
     } else if (Arg.rfind("--repeat=", 0) == 0) {
       Repeats = std::max(std::stoi(Arg.substr(9)), 1);
+    } else if (Arg.rfind("--tqdb-tool=", 0) == 0) {
+      TqdbTool = Arg.substr(12);
+    } else if (Arg.rfind("--sqlite-tool=", 0) == 0) {
+      SqliteTool = Arg.substr(14);
     } else {
       std::fprintf(stderr,
                    "usage: %s [--large] [--sizes=N,...] [--dir=PATH] [--only=tqdb|sqlite] "
-                   "[--tasks=K] [--repeat=R]\n",
+                   "[--tasks=K] [--repeat=R] [--tqdb-tool=PATH] [--sqlite-tool=PATH]\n",
                    argv[0]);
       return 2;
     }
@@ -323,25 +373,33 @@ int Main(int argc, char** argv) {
     Results T{}, S{};
     for (Measure& M : T) SetNote(M, "not run");
     for (Measure& M : S) SetNote(M, "not run");
+    const int OwnTasks = std::min(TaskLimit, static_cast<int>(kConcurrentAdd));
     if (Only == "tqdb") {
       TqdbTasks E(Directory, N);
-      for (int I = 0; I < TaskLimit; ++I)
-        T[I] = MeasureTask(E, static_cast<Task>(I), true, Repeats);
+      for (int I = 0; I < OwnTasks; ++I) T[I] = MeasureTask(E, static_cast<Task>(I), true, Repeats);
     } else if (Only == "sqlite") {
       SqliteTasks E(Directory, N);
-      for (int I = 0; I < TaskLimit; ++I)
+      for (int I = 0; I < OwnTasks; ++I)
         S[I] = MeasureTask(E, static_cast<Task>(I), false, Repeats);
     } else {
-      EngineProcess<TqdbTasks> Tqdb(Directory, N, true, Repeats);
-      EngineProcess<SqliteTasks> Sqlite(Directory, N, false, Repeats);
-      for (int I = 0; I < TaskLimit; ++I) {
-        T[I] = Tqdb.Run(static_cast<Task>(I));
-        S[I] = Sqlite.Run(static_cast<Task>(I));
-        std::fprintf(stderr, "  N = %lld: %s done\n", static_cast<long long>(N),
-                     kTasks[static_cast<size_t>(I)].Tqdb);
+      {
+        EngineProcess<TqdbTasks> Tqdb(Directory, N, true, Repeats);
+        EngineProcess<SqliteTasks> Sqlite(Directory, N, false, Repeats);
+        for (int I = 0; I < OwnTasks; ++I) {
+          T[I] = Tqdb.Run(static_cast<Task>(I));
+          S[I] = Sqlite.Run(static_cast<Task>(I));
+          std::fprintf(stderr, "  N = %lld: %s done\n", static_cast<long long>(N),
+                       kTasks[static_cast<size_t>(I)].Tqdb);
+        }
       }
+      RunProcessTasks(Directory, N, TqdbTool, SqliteTool, T, S);
     }
     PrintTable(N, T, S);
+    if (Only.empty() && TaskLimit > kImport) {
+      const std::vector<MemoryRow> Memory = MeasureMaintenanceMemory(Directory);
+      TqdbWorker Table(Directory);
+      PrintMemory(Table.Records(), Memory);
+    }
   }
   if (Fresh) std::filesystem::remove_all(Directory);
   return 0;

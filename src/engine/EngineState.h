@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/file_pool.h"
+
 namespace tqdb {
 
 inline constexpr int kNodeSize = 1024;
@@ -52,9 +54,11 @@ struct EngineState {
   int16_t CurKeyLength = 0;
   int16_t CurKey = 0;
 
-  // Memory image mode, used only while a key file is being created.
+  // Memory image mode, used only while a key file is being created. Past its limit the
+  // image goes on in a writable mapping of the file itself (key_file.cc).
   bool ImageMode = false;
   std::string Image;
+  platform::WritableMapping ImageMap;
   int32_t ImageLastPage = 0;
   bool Creating = false;  // a key file is being built (the allocator counts up only)
 

@@ -19,6 +19,8 @@ using platform::Fault;
 constexpr int64_t kImageGrowth = int64_t{1} << 20;
 constexpr int64_t kImageLimit = 60'000'000;
 constexpr int64_t kFlushPiece = 32'767;
+// Growth of the file mapping that carries the image on past kImageLimit.
+constexpr int64_t kMappedGrowth = int64_t{32} << 20;
 
 std::span<const uint8_t> AsBytes(std::string_view Text) {
   return {reinterpret_cast<const uint8_t*>(Text.data()), Text.size()};
@@ -55,18 +57,49 @@ void NoteWritten(EngineState& Engine, int64_t Position, size_t Count) {
   Engine.KeyFileLength = End;
 }
 
-void ReadFromImage(const EngineState& Engine, int64_t Position, std::span<uint8_t> Out) {
+// The image's bytes: the string, or the file mapping once the image has moved there.
+std::span<uint8_t> ImageBytes(EngineState& Engine) {
+  if (Engine.ImageMap.Active()) return Engine.ImageMap.Bytes();
+  return {reinterpret_cast<uint8_t*>(Engine.Image.data()), Engine.Image.size()};
+}
+
+// Makes the image at least Size bytes long (new bytes are zero).
+void GrowImage(EngineState& Engine, size_t Size) {
+  if (!Engine.ImageMap.Active()) {
+    Engine.Image.resize(Size, '\0');
+  } else if (!Engine.ImageMap.Cover(Engine.KeyFileNo, static_cast<int64_t>(Size))) {
+    throw Fault(platform::kPathFileAccess);
+  }
+}
+
+void ReadFromImage(EngineState& Engine, int64_t Position, std::span<uint8_t> Out) {
+  const std::span<uint8_t> Image = ImageBytes(Engine);
   const auto Start = static_cast<size_t>(Position - 1);
-  const size_t Available = Start < Engine.Image.size() ? Engine.Image.size() - Start : 0;
+  const size_t Available = Start < Image.size() ? Image.size() - Start : 0;
   const size_t Count = std::min(Available, Out.size());
-  if (Count > 0) std::memcpy(Out.data(), Engine.Image.data() + Start, Count);
+  if (Count > 0) std::memcpy(Out.data(), Image.data() + Start, Count);
   std::fill(Out.begin() + static_cast<std::ptrdiff_t>(Count), Out.end(), uint8_t{0});
 }
 
 void WriteToImage(EngineState& Engine, int64_t Position, std::span<const uint8_t> Bytes) {
   const auto Start = static_cast<size_t>(Position - 1);
-  if (Start + Bytes.size() > Engine.Image.size()) Engine.Image.resize(Start + Bytes.size());
-  std::memcpy(Engine.Image.data() + Start, Bytes.data(), Bytes.size());
+  if (Start + Bytes.size() > ImageBytes(Engine).size()) GrowImage(Engine, Start + Bytes.size());
+  std::memcpy(ImageBytes(Engine).data() + Start, Bytes.data(), Bytes.size());
+}
+
+// Past its limit the image moves into a writable mapping of the key file and the build
+// goes on there: the pages go to the file through the page cache, without a system call
+// each, and the process holds no more memory of its own. False when the file cannot be
+// mapped so; the image is then flushed and the build goes on with ordinary writes.
+bool MoveImageToFile(EngineState& Engine) {
+  const size_t Size = Engine.Image.size();
+  if (!Engine.ImageMap.Cover(Engine.KeyFileNo, static_cast<int64_t>(Size + kMappedGrowth))) {
+    return false;
+  }
+  std::memcpy(Engine.ImageMap.Bytes().data(), Engine.Image.data(), Size);
+  Engine.Image.clear();
+  Engine.Image.shrink_to_fit();
+  return true;
 }
 
 // The page cache of a locked command (EngineState::PageCache): a handful of pages, so a
@@ -262,20 +295,25 @@ int64_t NewPagePosition(EngineState& Engine) {
     return First + (Length - First + 1) / kNodeSize * kNodeSize;
   }
   const int64_t Next = Engine.ImageLastPage + kNodeSize;
-  if (Next + kNodeSize - 1 <= static_cast<int64_t>(Engine.Image.size())) {
+  const auto Size = static_cast<int64_t>(ImageBytes(Engine).size());
+  if (Next + kNodeSize - 1 <= Size) {
     Engine.ImageLastPage = static_cast<int32_t>(Next);
     return Next;
   }
-  if (static_cast<int64_t>(Engine.Image.size()) > kImageLimit) {
+  if (Engine.ImageMap.Active()) {
+    GrowImage(Engine, static_cast<size_t>(Size + kMappedGrowth));
+  } else if (Size > kImageLimit && !MoveImageToFile(Engine)) {
     FlushKeyFileImage(Engine);
     return platform::Length(Engine.KeyFileNo) + 1;
+  } else if (!Engine.ImageMap.Active()) {
+    GrowImage(Engine, static_cast<size_t>(Size + kImageGrowth));
   }
-  Engine.Image.resize(Engine.Image.size() + kImageGrowth, '\0');
   Engine.ImageLastPage = static_cast<int32_t>(Next);
   return Next;
 }
 
 void OpenKeyFile(EngineState& Engine, std::string_view Path) {
+  Engine.ImageMap.Unmap();
   DropKeyFile(Engine);
   Engine.ImageMode = false;
   Engine.Image.clear();
@@ -311,6 +349,7 @@ void OpenKeyFile(EngineState& Engine, std::string_view Path) {
 }
 
 void CloseKeyFile(EngineState& Engine) {
+  Engine.ImageMap.Unmap();
   DropKeyFile(Engine);
   Engine.ImageMode = false;
   Engine.Image.clear();
@@ -375,8 +414,19 @@ void BeginKeyFileImage(EngineState& Engine) {
 }
 
 void FlushKeyFileImage(EngineState& Engine) {
-  platform::Open(Engine.KeyFileNo, Engine.KeyFilePath, platform::OpenMode::Binary);
   const auto Used = static_cast<size_t>(Engine.ImageLastPage - 1 + kNodeSize);
+  if (Engine.ImageMap.Active()) {
+    // The pages are in the file already: the header goes in, the spare room is cut off.
+    EncodeHeader(Engine.Header, Engine.ImageMap.Bytes().data());
+    Engine.ImageMap.Unmap();
+    platform::Open(Engine.KeyFileNo, Engine.KeyFilePath, platform::OpenMode::Binary);
+    platform::Truncate(Engine.KeyFileNo, static_cast<int64_t>(Used));
+    Engine.ImageMode = false;
+    Engine.KeyFileLength = platform::Length(Engine.KeyFileNo);
+    Engine.StackChainLength = -1;
+    return;
+  }
+  platform::Open(Engine.KeyFileNo, Engine.KeyFilePath, platform::OpenMode::Binary);
   if (Engine.Image.size() < Used) Engine.Image.resize(Used, '\0');
   EncodeHeader(Engine.Header, reinterpret_cast<uint8_t*>(Engine.Image.data()));
   for (size_t Done = 0; Done < Used;) {

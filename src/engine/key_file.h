@@ -67,8 +67,10 @@ void WriteKeyBytes(EngineState& Engine, int64_t Position, std::span<const uint8_
 std::string ReadKeyBytes(EngineState& Engine, int64_t Position, int64_t Count);
 
 // Where the next new page goes: the end of the file (length + 1), or the next page of the
-// image in image mode (growing it by 1 MiB, or flushing it and leaving image mode when it
-// passes 60,000,000 bytes). Writes nothing: the caller writes the page at once.
+// image in image mode (growing it by 1 MiB). When the image passes 60,000,000 bytes it
+// moves into a writable mapping of the file, which then grows by 32 MiB at a time; where
+// the file cannot be mapped so, the image is flushed and image mode left instead. Writes
+// nothing: the caller writes the page at once.
 int64_t NewPagePosition(EngineState& Engine);
 
 // Opens the key file Path (a name the platform resolves case-insensitively) on a free file
@@ -104,7 +106,8 @@ class LockedPageScope {
 // Memory image mode, for building a key file in one go. Begin loads the open key file
 // into Engine.Image and turns the mode on; Flush puts the header into the image, reopens
 // the file on the same number, writes the used part in pieces of at most 32,767 bytes and
-// turns the mode off.
+// turns the mode off. An image that has moved into the file mapping only takes the header
+// and has the file cut to its used part.
 void BeginKeyFileImage(EngineState& Engine);
 void FlushKeyFileImage(EngineState& Engine);
 

@@ -67,7 +67,9 @@ KeyTextTable::KeyTextTable(std::vector<int> KeyLengths, int Width, int64_t Expec
 }
 
 void KeyTextTable::AddRow(const std::vector<std::string>& Texts, int32_t Record) {
-  if (Texts.size() != columns_.size() || Record < 1) throw Fault(platform::kInvalidCall);
+  if (Texts.size() != columns_.size() || Record <= last_record_) {
+    throw Fault(platform::kInvalidCall);
+  }
   for (const Column& C : columns_) {
     if (C.Sorted) throw Fault(platform::kInvalidCall);  // rows come before sorting
   }
@@ -88,6 +90,7 @@ void KeyTextTable::AddRow(const std::vector<std::string>& Texts, int32_t Record)
     for (size_t I = Copied; I < static_cast<size_t>(C.Length); ++I) Row[I] = R.Rank[' '];
     for (int I = 0; I < width_; ++I) Row[C.Length + I] = R.Rank[static_cast<uint8_t>(Number[I])];
   }
+  last_record_ = Record;
   ++rows_;
 }
 
@@ -100,7 +103,18 @@ struct SortItem {
   uint32_t Index = 0;
 };
 
+uint64_t BigEndian64(const uint8_t* Bytes) {
+  uint64_t Value = 0;
+  std::memcpy(&Value, Bytes, sizeof Value);
+  return __builtin_bswap64(Value);
+}
+
 void LoadDigit(SortItem& Item, const uint8_t* Row, size_t RowLength, size_t Offset) {
+  if (Offset + 16 <= RowLength) {
+    Item.High = BigEndian64(Row + Offset);
+    Item.Low = BigEndian64(Row + Offset + 8);
+    return;
+  }
   Item.High = Item.Low = 0;
   for (size_t B = 0; B < 16; ++B) {
     const uint64_t Byte = Offset + B < RowLength ? Row[Offset + B] : 0;
@@ -108,17 +122,27 @@ void LoadDigit(SortItem& Item, const uint8_t* Row, size_t RowLength, size_t Offs
   }
 }
 
+// Equal digits keep the order in which the rows were added.
+bool DigitBefore(const SortItem& A, const SortItem& B) {
+  if (A.High != B.High) return A.High < B.High;
+  return A.Low != B.Low ? A.Low < B.Low : A.Index < B.Index;
+}
+
 bool SameDigit(const SortItem& A, const SortItem& B) { return A.High == B.High && A.Low == B.Low; }
 
 }  // namespace
 
-// Most significant digit first, 16 bytes a digit: all rows are sorted by their first 16
-// bytes; each run of rows that agree there is sorted by the next 16, and so on. The
-// comparisons stay inside the small items, and a row is read once per digit that matters.
-// The rows are then copied into sorted order, so that the walk reads them in sequence.
+// Most significant digit first, 16 bytes of key text a digit: all rows are sorted by
+// their first 16 bytes; each run of rows that agree there is sorted by the next 16, and so
+// on to the end of the key text. Rows whose texts are equal stay in the order they were
+// added, which is the order of their record numbers, so the numbers are never compared
+// (nor read: a run of equal texts costs no further pass). The comparisons stay inside the
+// small items, and a row is read once per digit that matters. The rows are then copied
+// into sorted order, so that the walk reads them in sequence.
 void KeyTextTable::Sort(int Key) {
   Column& C = columns_.at(static_cast<size_t>(Key));
   const size_t RowLength = static_cast<size_t>(C.Length + width_);
+  const auto TextLength = static_cast<size_t>(C.Length);
   const uint8_t* Base = C.Rows.data();
   std::vector<SortItem> Items(static_cast<size_t>(rows_));
   for (size_t I = 0; I < Items.size(); ++I) Items[I].Index = static_cast<uint32_t>(I);
@@ -131,14 +155,11 @@ void KeyTextTable::Sort(int Key) {
     const Range R = Work.back();
     Work.pop_back();
     for (size_t I = R.Begin; I < R.End; ++I) {
-      LoadDigit(Items[I], Base + size_t{Items[I].Index} * RowLength, RowLength, R.Offset);
+      LoadDigit(Items[I], Base + size_t{Items[I].Index} * RowLength, TextLength, R.Offset);
     }
     std::sort(Items.begin() + static_cast<std::ptrdiff_t>(R.Begin),
-              Items.begin() + static_cast<std::ptrdiff_t>(R.End),
-              [](const SortItem& A, const SortItem& B) {
-                return A.High != B.High ? A.High < B.High : A.Low < B.Low;
-              });
-    if (R.Offset + 16 >= RowLength) continue;  // the whole row has been compared
+              Items.begin() + static_cast<std::ptrdiff_t>(R.End), DigitBefore);
+    if (R.Offset + 16 >= TextLength) continue;  // the whole text has been compared
     for (size_t First = R.Begin; First < R.End;) {
       size_t Last = First + 1;
       while (Last < R.End && SameDigit(Items[First], Items[Last])) ++Last;

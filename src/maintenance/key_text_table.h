@@ -29,7 +29,8 @@ class KeyTextTable {
   int64_t Rows() const { return rows_; }
 
   // Adds the row of one record: Texts[k] is its text for key k (cut or padded with blanks
-  // to the key's length). Records are numbered by the caller, 1 and up, below 10^Width.
+  // to the key's length). Records are numbered by the caller, 1 and up, below 10^Width,
+  // each row's number above the one before (Fault 5 otherwise).
   void AddRow(const std::vector<std::string>& Texts, int32_t Record);
 
   // Sorts key Key's rows. REQUIRES: 0 <= Key < Keys(). No row may be added afterwards.
@@ -56,6 +57,7 @@ class KeyTextTable {
   std::vector<int> lengths_;
   int width_;
   int64_t rows_ = 0;
+  int32_t last_record_ = 0;
   std::vector<Column> columns_;
 };
 

@@ -260,7 +260,8 @@ int RebuildKeyCount(const TableState& State) {
 
 // The steps: refuse unless alone; reopen without the key file and hold the table
 // exclusively; finish or clean up an earlier rebuild; stage the new files (copy, keys,
-// images, long texts); commit; close. A crash before the commit mark leaves the old files
+// images, long texts) while a second thread compresses the old data file for the audit
+// archive; commit; close. A crash before the commit mark leaves the old files
 // untouched, one after it is finished by the next rebuild; the one window an ordinary open
 // can see (new records beside the old image or long-text file, for the instants between
 // the renames) is described in rebuild_files.h.
@@ -283,6 +284,7 @@ double Rebuild(TableState& State) {
   }
   const int Keys = RebuildKeyCount(State);
 
+  EarlyDataArchive Archive(Files);
   try {
     StageNewFiles(State, Files, Keys);
   } catch (...) {
@@ -290,7 +292,7 @@ double Rebuild(TableState& State) {
     throw;
   }
   RebuildCrashPoint(kCrashAfterStaging);
-  CommitRebuild(Files);
+  CommitRebuild(Files, Archive.Finish());
   RebuildCrashPoint(kCrashBeforeClose);
 
   CloseTableFiles(State);

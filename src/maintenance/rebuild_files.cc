@@ -4,6 +4,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <system_error>
+
 #include <csignal>
 #include <cstdlib>
 #include <string>
@@ -63,13 +65,31 @@ void MoveIn(const std::string& Staged, const std::string& Live) {
   if (platform::FileExists(Staged)) platform::RenameFile(Staged, Live);
 }
 
+// The name an archive of Path gets in the audit folder: the file's name and the time.
+std::string ArchiveNameOf(std::string_view Path) {
+  return AuditPath(platform::FilePart(Path) + platform::ArchiveTimestamp() + ".zip");
+}
+
+// Puts the archive Prepared of Path in the audit folder under the usual name; false when
+// the rename fails.
+bool MovePreparedArchive(const std::string& Prepared, std::string_view Path) {
+  try {
+    if (Prepared.empty() || !platform::FileExists(Prepared)) return false;
+    platform::RenameFile(Prepared, ArchiveNameOf(Path));
+    return true;
+  } catch (const Fault&) {
+    return false;
+  }
+}
+
 // Steps 2 to 4 of the commit. Each step looks at what is still waiting, so that running
 // it again after a crash anywhere inside finishes the same commit.
-void CompleteCommit(const RebuildFiles& Files) {
+void CompleteCommit(const RebuildFiles& Files, const std::string& PreparedDataArchive) {
   const bool DataWaits = platform::FileExists(Files.StagedData());
   // A zero-length data file holds nothing to keep.
   if (DataWaits && platform::FileExists(Files.LiveData()) &&
-      platform::FileLengthByName(Files.LiveData()) > 0) {
+      platform::FileLengthByName(Files.LiveData()) > 0 &&
+      !MovePreparedArchive(PreparedDataArchive, Files.Live + ".TQd")) {
     ArchiveCopy(Files.Live + ".TQd");
   }
   if (platform::FileExists(Files.StagedImage())) ArchiveCopy(Files.Live + ".TQw");
@@ -132,14 +152,38 @@ bool RecoverRebuild(const RebuildFiles& Files) {
     throw Fault(platform::kPathFileAccess);
   }
   DeleteIfPresent(Files.Work());
-  CompleteCommit(Files);
+  CompleteCommit(Files, "");
   return true;
 }
 
-void CommitRebuild(const RebuildFiles& Files) {
+void CommitRebuild(const RebuildFiles& Files, const std::string& PreparedDataArchive) {
   WriteMark(Files);
   RebuildCrashPoint(kCrashAfterMark);
-  CompleteCommit(Files);
+  CompleteCommit(Files, PreparedDataArchive);
+}
+
+EarlyDataArchive::EarlyDataArchive(const RebuildFiles& Files) {
+  try {
+    const std::string Source = Files.Live + ".TQd";
+    if (!platform::FileExists(Source) || platform::FileLengthByName(Source) <= 0) return;
+    pending_ =
+        AuditPath(platform::FilePart(Source) + " pending " + std::to_string(::getpid()) + ".zip");
+    thread_ = std::thread([this, Source] { code_ = platform::ZipOneFile(Source, pending_); });
+  } catch (const Fault&) {
+    pending_.clear();  // the commit archives the file itself
+  } catch (const std::system_error&) {
+    pending_.clear();
+  }
+}
+
+EarlyDataArchive::~EarlyDataArchive() {
+  if (thread_.joinable()) thread_.join();
+  if (!pending_.empty()) DeleteIfPresent(pending_);
+}
+
+std::string EarlyDataArchive::Finish() {
+  if (thread_.joinable()) thread_.join();
+  return code_ == 0 ? pending_ : "";
 }
 
 void ArchiveCopy(std::string_view Path) {

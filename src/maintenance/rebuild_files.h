@@ -22,6 +22,7 @@
 
 #include <string>
 #include <string_view>
+#include <thread>
 
 #include "table/TableState.h"
 
@@ -62,9 +63,36 @@ void DiscardStaged(const RebuildFiles& Files);
 // rebuild of the same table name with another suffix is not ours to finish: Fault 75.
 bool RecoverRebuild(const RebuildFiles& Files);
 
+// The old data file's archive, compressed on a second thread while the new files are
+// built: the table is held alone, so the file does not change meanwhile, and the
+// compression no longer adds to the rebuild's time on a machine with a core to spare. The
+// archive is written under a name of its own in the audit folder (with the process id,
+// so that two rebuilds of same-named tables do not meet); the commit renames it to the
+// name it gives every archive. A crash leaves at most that pending file behind.
+class EarlyDataArchive {
+ public:
+  // Starts the compression when the table's data file exists and is not empty.
+  explicit EarlyDataArchive(const RebuildFiles& Files);
+  // Waits for the thread and deletes the pending archive if nobody took it.
+  ~EarlyDataArchive();
+  EarlyDataArchive(const EarlyDataArchive&) = delete;
+  EarlyDataArchive& operator=(const EarlyDataArchive&) = delete;
+
+  // Waits for the thread. The path of the complete archive, or "" when there is none (the
+  // compression failed, or there was nothing to compress).
+  std::string Finish();
+
+ private:
+  std::string pending_;
+  std::thread thread_;
+  int16_t code_ = -1;
+};
+
 // Commits a complete staged set (see above). REQUIRES: every staged file written and
-// synced; the caller holds the table alone.
-void CommitRebuild(const RebuildFiles& Files);
+// synced; the caller holds the table alone. PreparedDataArchive, when not empty, is the
+// archive of the old data file made by EarlyDataArchive: it is moved into place instead
+// of compressing the file again.
+void CommitRebuild(const RebuildFiles& Files, const std::string& PreparedDataArchive = "");
 
 // Copies the file Path into the audit archive as "<name> yyyy-MM-dd HH mm ss .zip",
 // leaving it in place. A failure is shown as "Error <code> en auditoria"; never raises.

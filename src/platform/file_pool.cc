@@ -400,6 +400,40 @@ void Truncate(FileNo Number, int64_t NewLength) {
   NoteLength(Number, Fd, NewLength, false);
 }
 
+bool WritableMapping::Cover(FileNo Number, int64_t Length) {
+  if (Length <= 0) return false;
+  if (static_cast<uint64_t>(Length) <= size_) return true;
+  const int Fd = FdOf(Number);
+  if (!IsLocalFileSystem(Fd)) return false;
+  ++OtherCount;
+  const int Error = ::posix_fallocate(Fd, static_cast<off_t>(size_),
+                                      static_cast<off_t>(static_cast<size_t>(Length) - size_));
+  if (Error == ENOSPC) throw Fault(kDiskFull);
+  if (Error != 0) return false;
+  NoteLength(Number, Fd, Length, true);
+  ++OtherCount;
+  void* Map =
+      data_ == nullptr
+          ? ::mmap(nullptr, static_cast<size_t>(Length), PROT_READ | PROT_WRITE, MAP_SHARED, Fd, 0)
+          : ::mremap(data_, size_, static_cast<size_t>(Length), MREMAP_MAYMOVE);
+  if (Map == MAP_FAILED) {
+    Unmap();
+    return false;
+  }
+  data_ = static_cast<uint8_t*>(Map);
+  size_ = static_cast<size_t>(Length);
+  return true;
+}
+
+void WritableMapping::Unmap() noexcept {
+  if (data_ != nullptr) {
+    ++OtherCount;
+    ::munmap(data_, size_);
+  }
+  data_ = nullptr;
+  size_ = 0;
+}
+
 void Sync(FileNo Number) {
   const int Fd = FdOf(Number);
   ++OtherCount;

@@ -89,6 +89,31 @@ void HoldPresence(FileNo Number);  // shared lock on the presence byte
 bool TryExclusivePresence(FileNo Number);
 void DropPresence(FileNo Number);
 
+// A read-write shared mapping of the start of an open file, for building a new file in
+// place. Cover extends the file with its blocks allocated first (posix_fallocate), so a
+// full disk is Fault 61 there, never a signal at a later store into the mapping. Stores
+// reach the file through the page cache, as a pwrite would. The caller holds the file
+// alone while the mapping lives and closes nothing under it; the destructor unmaps.
+class WritableMapping {
+ public:
+  WritableMapping() = default;
+  ~WritableMapping() { Unmap(); }
+  WritableMapping(const WritableMapping&) = delete;
+  WritableMapping& operator=(const WritableMapping&) = delete;
+
+  // Maps (or maps further) the first Length bytes of Number, extending the file to Length
+  // when it is shorter. False when the file cannot be mapped so (a network file system, a
+  // file system without block allocation, a refused mapping): nothing is mapped then.
+  bool Cover(FileNo Number, int64_t Length);
+  std::span<uint8_t> Bytes() const { return {data_, size_}; }
+  bool Active() const { return data_ != nullptr; }
+  void Unmap() noexcept;
+
+ private:
+  uint8_t* data_ = nullptr;
+  size_t size_ = 0;
+};
+
 // Counters of the pool's work, for benchmarks and tests. Reads counts every positioned
 // read asked for; MappedReads those of them served from the mapping, without a system
 // call. Writes, Locks and Opens count system calls; Other counts the rest of them:

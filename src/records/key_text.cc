@@ -43,7 +43,8 @@ std::string FromRecord(const Layout& L, int16_t Key, std::string_view Record, bo
       Text.push_back(Inside ? Record[static_cast<size_t>(At)] : ' ');
     }
   }
-  if (L.KeySegCount[Key] == 0 && Key <= L.KeyCount) Text = " ";  // a key number left unused
+  if (L.KeySegCount[Key] == 0 && Key <= L.KeyCount)
+    Text.assign(1, ' ');  // a key number left unused
   if (Upper) platform::UpperCaseInPlace(Text);
   return Text;
 }

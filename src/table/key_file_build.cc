@@ -33,7 +33,10 @@ std::string CommandPath(std::string_view Path) {
 
 int16_t BuildKeyFile(TableState& State, const std::string& KeyPath) {
   // The command as sent, but for the path: messages name files as the user wrote them.
-  const std::string Tail = "/" + KeyShape(State) + "/A/" + platform::StrOf(State.DataFileNo);
+  std::string Tail = "/";
+  Tail += KeyShape(State);
+  Tail += "/A/";
+  Tail += platform::StrOf(State.DataFileNo);
   SendCommand(State, "/C/" + CommandPath(KeyPath) + Tail);
   const int16_t Status = State.LastError;
   if (Status == kKeyFileNotCreated) {

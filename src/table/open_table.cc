@@ -142,7 +142,8 @@ void OpenRoutine(TableState& State, int OpenIndexFlag, const std::string& Explic
   const std::string KeyPath = FileBase(State) + ".tqc";
   bool Recreate = false;
   if (OpenIndexFlag == 1) {
-    const std::string Tail = "/" + std::to_string(State.DataFileNo);
+    std::string Tail = "/";
+    Tail += std::to_string(State.DataFileNo);
     SendCommand(State, "/O/" + CommandPath(KeyPath) + Tail);
     if (State.LastError == kKeyFileNotOpened) {
       // The command as the engine read it, but with the path as the user wrote it.

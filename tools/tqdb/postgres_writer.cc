@@ -120,7 +120,10 @@ PostgresWriter::PostgresWriter(std::ostream& Out, const SqlTable& Table, bool Re
 
 void PostgresWriter::Add(const std::vector<SqlValue>& Row) {
   std::string Line;
-  for (size_t I = 0; I < Row.size(); ++I) Line += (I == 0 ? "" : "\t") + CopyValue(Row[I]);
+  for (size_t I = 0; I < Row.size(); ++I) {
+    if (I > 0) Line += '\t';
+    Line += CopyValue(Row[I]);
+  }
   out_ << Line << '\n';
 }
 
