@@ -1,6 +1,7 @@
 // Update, Delete, seeks, moves and ReIndex on a table written byte by byte: the edges that the
 // model test's random run does not reach (refusals, overflows, odd dates, locale numbers,
-// filter results, the special seek key, array and binary seek values, saved positions).
+// read-only files, filter results, the special seek key, array and binary seek values,
+// saved positions).
 #include <gtest/gtest.h>
 
 #include <cstdlib>
