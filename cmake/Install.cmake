@@ -7,6 +7,7 @@ install(TARGETS tqdb EXPORT tqdbTargets
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(FILES src/table/TQFile.h src/table/Variant.h src/table/TQError.h
+              src/table/tqdb_c.h src/table/tqdb_export.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tqdb/table)
 install(EXPORT tqdbTargets NAMESPACE tqdb:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tqdb)
 configure_package_config_file(cmake/tqdbConfig.cmake.in
