@@ -135,7 +135,8 @@ Variant SeekValues(tqdb_table& T, const char* const* Values, int Count) {
   for (int S = 0; S < Count; ++S) {
     const std::string Text = Need(Need(Values)[S]);
     tqdb::Date Day{};
-    const int16_t Field = S < tqdb::kMaxSegments ? State.KeySegField[Key][S + 1] : 0;
+    const bool OnSegment = S < State.KeySegCount[Key] && S < tqdb::kMaxSegments;
+    const int16_t Field = OnSegment ? State.KeySegField[Key][S + 1] : 0;
     Elements.push_back(IsDateField(T, Field) && ParseDate(Text, Day) ? Variant(Day)
                                                                      : Variant(Text));
   }
@@ -178,7 +179,9 @@ int tqdb_open(tqdb_table** Table, const char* FileName, const char* DictionaryDi
   return Call(*Table, [&](tqdb_table& T) {
     T.FileName = Need(FileName);
     T.DictionaryDir = DictionaryDir != nullptr ? DictionaryDir : "";
-    T.File.OpenFile(T.FileName, T.DictionaryDir);
+    // A key file that could not be opened (26) or made (23) leaves the table unusable.
+    const int32_t Status = T.File.OpenFile(T.FileName, T.DictionaryDir);
+    if (Status != 0) throw tqdb::TQError(Status, "Error indexados " + std::to_string(Status));
   });
 }
 
@@ -250,6 +253,9 @@ int tqdb_seek(tqdb_table* Table, const char* const* Values, int Count, int Optio
               int32_t* Record) {
   return Call(Table, [&](tqdb_table& T) {
     Put(Record, 0);
+    if (Option < 1 || Option > 32 || (Option & (Option - 1)) != 0) {
+      throw Fault(platform::kInvalidCall);  // not one of the six options
+    }
     const bool FromEntry = Option == TQDB_SEEK_AFTER || Option == TQDB_SEEK_BEFORE;
     const Variant Value =
         FromEntry ? Variant(std::string(Need(Need(Values)[0]))) : SeekValues(T, Values, Count);

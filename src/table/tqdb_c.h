@@ -62,8 +62,9 @@ typedef void (*tqdb_progress_fn)(int32_t percentage, void* user_data);
 /* Opens the table file_name (directory + table name + suffix, e.g. "datos/CLIEN01");
  * dictionary_dir is the directory of its dictionary, NULL or "" for the "Directory"
  * setting. *table receives a handle even when the open fails, so that the error can be
- * read from it; it is NULL only when there was no memory for it (7). Every handle
- * received must be closed. */
+ * read from it; it is NULL only when there was no memory for it (7). An open that leaves
+ * the engine a status other than 0 (26: the key file could not be opened, 23: nor made)
+ * fails with that status as its number. Every handle received must be closed. */
 TQDB_API int tqdb_open(tqdb_table** table, const char* file_name, const char* dictionary_dir);
 /* Closes the table and frees the handle; NULL is accepted. Always frees the handle. */
 TQDB_API int tqdb_close(tqdb_table* table);
