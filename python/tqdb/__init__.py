@@ -63,6 +63,8 @@ def open(path, dictionary_dir=None):  # noqa: A001 - tqdb.open as gzip.open
 
 
 class Table:
+    """One open table (tqdb.open). Fields: fields (name, type code, width), key_count."""
+
     def __init__(self, path, dictionary_dir=None):
         self._handle = ctypes.c_void_p()
         status = _lib.tqdb_open(ctypes.byref(self._handle), _bytes(path),
@@ -87,7 +89,8 @@ class Table:
         self.close()
 
     def __del__(self):
-        self.close()
+        if getattr(self, "_handle", None):
+            self.close()
 
     def __iter__(self):
         return self.rows()

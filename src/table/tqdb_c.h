@@ -7,7 +7,7 @@
  * (tqdb_error_number, tqdb_error_description). The numbers are the library's own: classic
  * run-time errors (5 invalid argument, 6 overflow, 9 subscript out of range, 13 type
  * mismatch, 53 file not found, 70 permission denied, ...) and the system's errors 50200 to
- * 55000, plus TQDB_ERROR_BUFFER below. Each call clears the kept error first, so after a
+ * 55000, plus TQDB_ERROR_BUFFER below. Each such call clears the kept error first, so after a
  * success tqdb_error_number reads 0. A NULL handle gives 5 and keeps nothing. No C++
  * exception ever leaves this interface.
  *
@@ -19,10 +19,10 @@
  * Text is UTF-8 both ways. A field is named by its name ("NOMBRE", any case) or by its
  * number written as text ("2").
  *
- * Pointers handed out (field names, field texts, the special seek key, the engine
- * command) point into the handle and stay valid until the next call with the same handle,
- * whatever it is; copy what you keep. tqdb_error_description stays valid until the next
- * call that fails, or clears it.
+ * Pointers handed out (field names, field texts, the special seek key, the error
+ * description) point into the handle and stay valid until the next call with the same
+ * handle that returns a status (the calls that only read the handle's state change
+ * nothing); copy what you keep. tqdb_close frees them all.
  *
  * Threads: a handle is used from one thread at a time.
  */
