@@ -1,7 +1,8 @@
 # Installs a TQDB build into a scratch prefix, then builds the client in this folder against
 # that prefix twice, as outside projects would: with find_package(tqdb) (the CMake project
 # here) and with the compiler alone and `pkg-config --cflags --libs tqdb`. A shared library
-# must export the public interface only.
+# must export the public interface only. Last, a project that adds TQDB's source tree with
+# add_subdirectory is configured (subproject/): it must get the library alone.
 #
 #   cmake -DTQDB_BUILD_DIR=<build tree> -DCHECK_SOURCE_DIR=<this folder>
 #         -DCHECK_WORK_DIR=<scratch folder> -DCHECK_CXX=<C++ compiler>
@@ -52,3 +53,8 @@ if(shared)
     message(FATAL_ERROR "libtqdb.so exports names outside the public interface: ${names}")
   endif()
 endif()
+
+get_filename_component(source_dir "${CHECK_SOURCE_DIR}/../.." ABSOLUTE)
+run_step("add_subdirectory: configure" ${CMAKE_COMMAND} -S "${CHECK_SOURCE_DIR}/subproject"
+         -B "${CHECK_WORK_DIR}/subproject" "-DTQDB_SOURCE_DIR=${source_dir}"
+         "-DCMAKE_CXX_COMPILER=${CHECK_CXX}")
