@@ -20,6 +20,7 @@
 
 #include "table/TQError.h"
 #include "table/Variant.h"
+#include "table/tqdb_export.h"
 
 namespace tqdb {
 
@@ -36,11 +37,11 @@ enum class MessageIcon { None, Critical, Exclamation };
 
 // Process-wide receiver of the messages the system shows to a person; by default they go
 // to stderr. Text is UTF-8.
-void SetMessageSink(std::function<void(const std::string& Text, MessageIcon Icon)> Sink);
+TQDB_API void SetMessageSink(std::function<void(const std::string& Text, MessageIcon Icon)> Sink);
 
 struct TableState;
 
-class TQFile {
+class TQDB_API TQFile {
  public:
   TQFile();
   ~TQFile();

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "table/tqdb_export.h"
+
 namespace tqdb {
 
 enum class VarType { Empty, Boolean, Integer, Long, Single, Double, Date, String, Array };
@@ -16,7 +18,7 @@ struct Date {
   int Year, Month, Day;
 };
 
-class Variant {
+class TQDB_API Variant {
  public:
   Variant();  // Empty
   Variant(bool Value);
@@ -42,12 +44,12 @@ class Variant {
 
   // Typed access for the library; each REQUIRES the matching Type().
   bool AsBoolean() const { return bool_; }
-  int32_t AsInteger() const { return int_; }  // Integer and Long
+  int32_t AsInteger() const { return int_; }   // Integer and Long
   double AsNumber() const { return number_; }  // Single and Double
   const Date& AsDate() const { return date_; }
   const std::string& AsText() const { return text_; }  // String
 
-  friend bool operator==(const Variant& A, const Variant& B);
+  friend TQDB_API bool operator==(const Variant& A, const Variant& B);
 
  private:
   VarType type_ = VarType::Empty;

@@ -15,6 +15,13 @@ int main() {
     std::puts("install_check: the engine channel did not answer");
     return 1;
   }
+  try {  // the error type must cross the library's boundary as itself
+    tqdb::Variant("abc").ToDouble();
+    std::puts("install_check: a text that is not a number converted");
+    return 1;
+  } catch (const tqdb::TQError& Error) {
+    if (Error.Number() != 13) return 1;
+  }
   std::puts("install_check: ok");
   return 0;
 }

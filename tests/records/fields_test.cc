@@ -98,7 +98,8 @@ TEST_F(FieldsTest, FieldsAreNamedInAnyCaseOrNumbered) {
                                                     {"apellido", "Campo APELLIDO no existe"},
                                                     {"&HZ", "Campo &HZ no existe"},
                                                     {"señas", "Campo SEÑAS no existe"}}) {
-    EXPECT_EQ(FaultOf([&] { FieldNumber(State, Asked); }), std::make_pair(50234, Text));
+    EXPECT_EQ(FaultOf([&, &Asked = Asked] { FieldNumber(State, Asked); }),
+              std::make_pair(50234, Text));
   }
   EXPECT_EQ(FaultOf([&] { FieldNumber(State, Variant(std::nan(""))); }).first, 50234);
 }
@@ -171,7 +172,10 @@ TEST_F(FieldsTest, KFieldCountsFromTheFieldOfAnIdAndTypesCanChange) {
   EXPECT_EQ(FaultOf([&] { PutKFieldValue(State, 50, 0, Variant("x")); }).first,
             50202);  // no such id: 0
   for (const auto& [Id, Offset] : {std::pair{18, 2}, {100, 0}, {11, -3}}) {
-    EXPECT_EQ(FaultOf([&] { GetKFieldValue(State, int16_t(Id), int16_t(Offset)); }).first, 9);
+    EXPECT_EQ(FaultOf([&, Id = Id, Offset = Offset] {
+                GetKFieldValue(State, int16_t(Id), int16_t(Offset));
+              }).first,
+              9);
   }
   EXPECT_EQ(FieldName(State, 7), "TAMAÑO");
   EXPECT_EQ(GetKeyField(State, 12), 2);

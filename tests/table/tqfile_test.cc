@@ -101,7 +101,7 @@ TEST(TQFileTest, TheEngineChannelAsAClientSeesIt) {
   EXPECT_EQ(Table.EngineResult(), Garcia);
   for (const auto& [Command, Description] : std::vector<std::pair<std::string, std::string>>{
            {"F\\99999\\1", "Desbordamiento"}, {"L\\11\\1", platform::FaultDescription(9)}}) {
-    EXPECT_EQ(ErrorOf([&] { Send(Table, Command); }),
+    EXPECT_EQ(ErrorOf([&, &Command = Command] { Send(Table, Command); }),
               std::make_tuple(55000, Description, std::string()));
     EXPECT_EQ(Table.LastError(), 105) << Command;
   }
@@ -123,7 +123,7 @@ TEST(GuardTest, TurnsEveryExceptionIntoATQError) {
            {[] { throw std::bad_alloc(); }, 7, "Memoria insuficiente", "Member"},
            {[] { throw std::out_of_range("vector"); }, 5, platform::FaultDescription(5), "Member"},
            {[] { throw 3; }, 5, platform::FaultDescription(5), "Member"}}) {
-    EXPECT_EQ(ErrorOf([&] { Guard("Member", Work); }),
+    EXPECT_EQ(ErrorOf([&, &Work = Work] { Guard("Member", Work); }),
               std::make_tuple(Number, Description, Source));
   }
 }

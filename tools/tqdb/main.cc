@@ -3,6 +3,7 @@
 // COMMAND --help" describes each.
 #include <CLI/CLI.hpp>
 #include <iostream>
+#include <string>
 
 #include "commands.h"
 #include "table/TQFile.h"
@@ -29,6 +30,7 @@ int main(int argc, char** argv) {
       "tqdb");
   App.require_subcommand(1);
   App.set_help_all_flag("--help-all", "Print the help of every command");
+  App.set_version_flag("--version", std::string("tqdb ") + TQDB_VERSION);
   CommandRun Run;
   AddCreateCommand(App, Run);
   AddInfoCommand(App, Run);
