@@ -27,7 +27,7 @@
 
 #include "bench_tasks.h"
 #include "sqlite_tasks.h"
-#include "table/TQFile.h"
+#include "tqdb_tasks.h"
 
 namespace bench {
 
@@ -138,18 +138,7 @@ class TqdbWorker {
   bool Add(int64_t N, int W) {
     for (int64_t Q = 0; Q < ConcurrentAdds(N); ++Q) {
       const Row R = AddedRow(N, W, Q);
-      table_.AddNew();
-      table_.SetFields("CODIGO", R.Codigo);
-      table_.SetFields("NOMBRE", R.Nombre);
-      table_.SetFields("CIUDAD", R.Ciudad);
-      table_.SetFields("FECHA", R.Fecha);
-      table_.SetFields("CANTIDAD", R.Cantidad);
-      table_.SetFields("NUMERO", R.Numero);
-      table_.SetFields("PRECIO", R.Precio);
-      table_.SetFields("IMPORTE", R.Importe);
-      table_.SetFields("SALDO", R.Saldo);
-      table_.SetFields("NOTAS", R.Notas);
-      table_.Update();
+      AddRecord(table_, R);
     }
     return true;
   }
@@ -208,18 +197,7 @@ class SqliteWorker {
     Statement Insert(db_, "INSERT INTO t VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
     for (int64_t Q = 0; Q < ConcurrentAdds(N); ++Q) {
       const Row R = AddedRow(N, W, Q);
-      Insert.Text(1, R.Codigo);
-      Insert.Text(2, R.Nombre);
-      Insert.Text(3, R.Ciudad);
-      Insert.Text(4, R.FechaIso);
-      sqlite3_bind_int(*Insert, 5, R.Cantidad);
-      sqlite3_bind_int(*Insert, 6, R.Numero);
-      sqlite3_bind_double(*Insert, 7, R.Precio);
-      sqlite3_bind_double(*Insert, 8, R.Importe);
-      sqlite3_bind_double(*Insert, 9, R.Saldo);
-      Insert.Text(10, R.Notas);
-      Insert.Step();
-      Insert.Reset();
+      InsertRow(Insert, R);
     }
     return true;
   }

@@ -49,6 +49,22 @@ class Statement {
   sqlite3_stmt* stmt_ = nullptr;
 };
 
+// Inserts one benchmark row through a prepared "INSERT INTO t VALUES (?, ... ?)".
+inline void InsertRow(Statement& Insert, const Row& R) {
+  Insert.Text(1, R.Codigo);
+  Insert.Text(2, R.Nombre);
+  Insert.Text(3, R.Ciudad);
+  Insert.Text(4, R.FechaIso);
+  sqlite3_bind_int(*Insert, 5, R.Cantidad);
+  sqlite3_bind_int(*Insert, 6, R.Numero);
+  sqlite3_bind_double(*Insert, 7, R.Precio);
+  sqlite3_bind_double(*Insert, 8, R.Importe);
+  sqlite3_bind_double(*Insert, 9, R.Saldo);
+  Insert.Text(10, R.Notas);
+  Insert.Step();
+  Insert.Reset();
+}
+
 class SqliteTasks {
  public:
   SqliteTasks(const std::string& Directory, int64_t N) : n_(N) {
@@ -139,18 +155,7 @@ class SqliteTasks {
     Statement Insert(db_, "INSERT INTO t VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
     for (int64_t I = 0; I < n_; ++I) {
       const Row R = MakeRow(I, n_);
-      Insert.Text(1, R.Codigo);
-      Insert.Text(2, R.Nombre);
-      Insert.Text(3, R.Ciudad);
-      Insert.Text(4, R.FechaIso);
-      sqlite3_bind_int(*Insert, 5, R.Cantidad);
-      sqlite3_bind_int(*Insert, 6, R.Numero);
-      sqlite3_bind_double(*Insert, 7, R.Precio);
-      sqlite3_bind_double(*Insert, 8, R.Importe);
-      sqlite3_bind_double(*Insert, 9, R.Saldo);
-      Insert.Text(10, R.Notas);
-      Insert.Step();
-      Insert.Reset();
+      InsertRow(Insert, R);
     }
     Exec("COMMIT");
     M.Ops = n_;

@@ -13,6 +13,22 @@
 
 namespace bench {
 
+// Adds one benchmark row as a new record (AddNew, every field, Update).
+inline void AddRecord(tqdb::TQFile& Table, const Row& R) {
+  Table.AddNew();
+  Table.SetFields("CODIGO", R.Codigo);
+  Table.SetFields("NOMBRE", R.Nombre);
+  Table.SetFields("CIUDAD", R.Ciudad);
+  Table.SetFields("FECHA", R.Fecha);
+  Table.SetFields("CANTIDAD", R.Cantidad);
+  Table.SetFields("NUMERO", R.Numero);
+  Table.SetFields("PRECIO", R.Precio);
+  Table.SetFields("IMPORTE", R.Importe);
+  Table.SetFields("SALDO", R.Saldo);
+  Table.SetFields("NOTAS", R.Notas);
+  Table.Update();
+}
+
 class TqdbTasks {
  public:
   TqdbTasks(std::string Directory, int64_t N) : dir_(std::move(Directory)), n_(N) {
@@ -79,18 +95,7 @@ class TqdbTasks {
   void Load(Measure& M) {
     for (int64_t I = 0; I < n_; ++I) {
       const Row R = MakeRow(I, n_);
-      table_.AddNew();
-      table_.SetFields("CODIGO", R.Codigo);
-      table_.SetFields("NOMBRE", R.Nombre);
-      table_.SetFields("CIUDAD", R.Ciudad);
-      table_.SetFields("FECHA", R.Fecha);
-      table_.SetFields("CANTIDAD", R.Cantidad);
-      table_.SetFields("NUMERO", R.Numero);
-      table_.SetFields("PRECIO", R.Precio);
-      table_.SetFields("IMPORTE", R.Importe);
-      table_.SetFields("SALDO", R.Saldo);
-      table_.SetFields("NOTAS", R.Notas);
-      table_.Update();
+      AddRecord(table_, R);
     }
     M.Ops = n_;
     M.Check = table_.RecordCount();
