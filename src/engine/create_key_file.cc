@@ -1,11 +1,14 @@
 // Building a key file from the dictionary and the data file (letter C).
 //
-// The new file is built in memory (the key file's image mode) and written out at the
-// end. Records are entered in file order, so record n of the data file gets record number
-// n: a live record's keys go through InsertKeys (which, while a file is being built,
-// always hands out the next number), a deleted record's number goes onto the
-// deleted-record stack. Key texts are taken from the record's raw bytes, so a key over a
-// binary field holds the field's stored bytes, exactly as the data file does.
+// Records are entered in file order, so record n of the data file gets record number n;
+// a deleted record's number goes onto the deleted-record stack. Key texts are taken from
+// the record's raw bytes, so a key over a binary field holds the field's stored bytes,
+// exactly as the data file does.
+//
+// Two ways give the same entries in the same order. Normally every key's texts are
+// collected, sorted and loaded bottom-up (one read of the data file, one write of the key
+// file). A table too large to sort in memory is built record by record through
+// InsertKeys in the key file's memory image instead, whose resident part stays bounded.
 #include "engine/create_key_file.h"
 
 #include <algorithm>
@@ -13,7 +16,9 @@
 #include <string_view>
 #include <vector>
 
+#include "engine/bulk_builder.h"
 #include "engine/key_file.h"
+#include "engine/key_text_table.h"
 #include "engine/key_update.h"
 #include "engine/record_allocator.h"
 #include "platform/fault.h"
@@ -33,6 +38,7 @@ namespace {
 using platform::Fault;
 
 constexpr int64_t kChunkBytes = 32768;
+constexpr int64_t kSortItemBytes = 24;
 constexpr int64_t kShortestDictionary = 100;
 constexpr int32_t kProgressStep = 100;
 
@@ -85,9 +91,9 @@ std::vector<int> KeyLengths(const Dictionary& Dict) {
   throw Fault(platform::kInvalidCall, "Error fatal en tqidx");
 }
 
-// Enters record Record (its raw bytes) into the key file being built.
-void EnterRecord(EngineState& Engine, const Dictionary& Dict, int32_t Record,
-                 std::string_view Bytes, std::vector<std::string>& Keys) {
+// Enters record Record (its raw bytes) into the key file being built record by record.
+void InsertRecord(EngineState& Engine, const Dictionary& Dict, int32_t Record,
+                  std::string_view Bytes, std::vector<std::string>& Keys) {
   if (Bytes.substr(0, kDeletedMark.size()) == kDeletedMark) {
     Engine.Header.LastRecord = Record;
     WriteHeader(Engine);
@@ -100,36 +106,109 @@ void EnterRecord(EngineState& Engine, const Dictionary& Dict, int32_t Record,
   InsertKeys(Engine, Keys);
 }
 
-// Reads the data file in chunks of whole records and enters every record.
-void EnterRecords(EngineState& Engine, const Dictionary& Dict, const std::string& DataPath) {
-  const int64_t Length = Dict.RecordLength;
-  if (Length <= 0) return;
-  platform::ScopedFileNumber Data;
+// The data file of the table, open for reading; the number is 0 without a data file.
+struct DataFile {
+  platform::ScopedFileNumber File;
+  int64_t Records = 0;
+  bool Exists = false;
+};
+
+void OpenDataFile(DataFile& Data, const Dictionary& Dict, const std::string& Path) {
   try {
-    platform::Open(Data.get(), DataPath, platform::OpenMode::ReadOnly);
+    platform::Open(Data.File.get(), Path, platform::OpenMode::ReadOnly);
   } catch (const Fault& Failure) {
     if (Failure.Number() == platform::kFileNotFound) return;  // no data file: no records
     throw;
   }
-  const int64_t Total = platform::Length(Data.get()) / Length;
-  if (Total > std::numeric_limits<int32_t>::max()) throw Fault(platform::kOverflow);
-  const int64_t PerChunk = kChunkBytes / Length;
-  std::vector<std::string> Keys(static_cast<size_t>(Dict.KeyCount));
+  Data.Exists = true;
+  if (Dict.RecordLength <= 0) return;
+  Data.Records = platform::Length(Data.File.get()) / Dict.RecordLength;
+  if (Data.Records > std::numeric_limits<int32_t>::max()) throw Fault(platform::kOverflow);
+}
+
+// Reads the data file in chunks of whole records and hands each record, numbered from 1
+// in file order, to Enter, raising Progress every 100 records. Before each record the
+// engine's count of records entered must match the records read.
+template <typename EnterFn>
+void ForEachRecord(EngineState& Engine, const Dictionary& Dict, const DataFile& Data,
+                   EnterFn&& Enter) {
+  const int64_t Length = Dict.RecordLength;
+  const int64_t Total = Data.Records;
+  if (Length <= 0 || Total == 0) return;
+  const int64_t PerChunk = std::max<int64_t>(1, kChunkBytes / Length);
   int32_t Entered = 0;
   for (int64_t First = 0; First < Total; First += PerChunk) {
     const int64_t Count = std::min(PerChunk, Total - First);
-    const std::string Chunk = platform::ReadAt(Data.get(), First * Length + 1, Count * Length);
+    const std::string Chunk = platform::ReadAt(Data.File.get(), First * Length + 1, Count * Length);
     for (int64_t i = 0; i < Count; ++i) {
       if (Engine.Header.LastRecord != Entered) CountMismatch();
       ++Entered;
-      EnterRecord(Engine, Dict, Entered,
-                  std::string_view(Chunk).substr(static_cast<size_t>(i * Length), Length), Keys);
+      Enter(Entered, std::string_view(Chunk).substr(static_cast<size_t>(i * Length), Length));
       if (Entered % kProgressStep == 0 && Engine.Progress) {
         Engine.Progress(static_cast<int32_t>(
             platform::RoundHalfEven(static_cast<double>(Entered) * 100 / Total)));
       }
     }
   }
+}
+
+// Record by record: every live record's keys through InsertKeys, in the key file's memory
+// image (which past its limit continues in a mapping of the file).
+void InsertRecords(EngineState& Engine, const Dictionary& Dict, const DataFile& Data) {
+  std::vector<std::string> Keys(static_cast<size_t>(Dict.KeyCount));
+  BeginKeyFileImage(Engine);
+  ForEachRecord(Engine, Dict, Data, [&](int32_t Record, std::string_view Bytes) {
+    InsertRecord(Engine, Dict, Record, Bytes, Keys);
+  });
+  if (Engine.ImageMode) {
+    FlushKeyFileImage(Engine);
+  } else {
+    WriteHeader(Engine);
+  }
+}
+
+// Bytes the sorted build holds per record: every key's row and one sort item.
+int64_t SortedBytesPerRecord(const std::vector<int>& Lengths, int Width) {
+  int64_t Bytes = kSortItemBytes;
+  for (int Length : Lengths) Bytes += Length + Width;
+  return Bytes;
+}
+
+// Sorted: the key texts of every live record are collected, each key's are sorted and its
+// tree is loaded bottom-up; the deleted records' numbers form the deleted-record stack in
+// file order. The trees hold the same entries in the same order as the record-by-record
+// build, packed more tightly; the last record number is the number of records read.
+void LoadSortedKeys(EngineState& Engine, const Dictionary& Dict, const DataFile& Data,
+                    const std::vector<int>& Lengths) {
+  KeyTextTable Table(Lengths, DigitCount(Data.Records), Data.Records);
+  std::vector<int32_t> Deleted;
+  std::vector<std::string> Keys(Lengths.size());
+  ForEachRecord(Engine, Dict, Data, [&](int32_t Record, std::string_view Bytes) {
+    Engine.Header.LastRecord = Record;
+    if (Bytes.substr(0, kDeletedMark.size()) == kDeletedMark) {
+      Deleted.push_back(Record);
+      return;
+    }
+    for (size_t K = 0; K < Keys.size(); ++K) {
+      Keys[K] = KeyTextFromRecord(Dict, static_cast<int16_t>(K + 1), Bytes, true);
+    }
+    Table.AddRow(Keys, Record);
+  });
+  KeyBulkBuilder Builder(Engine);
+  std::string Text;
+  int32_t Record = 0;
+  for (int K = 0; K < Table.Keys(); ++K) {
+    Builder.BeginKey(K + 1, Table.Rows());
+    Table.Sort(K);
+    for (int64_t Row = 0; Row < Table.Rows(); ++Row) {
+      Table.Entry(K, Row, Text, Record);
+      Builder.Add(Text, Record);
+    }
+    Builder.FinishKey();
+    Table.Release(K);
+  }
+  WriteDeletedStack(Engine, Deleted);
+  Builder.Finish(static_cast<int32_t>(Data.Records));
 }
 
 // Sets the building flag for the life of the object (the dispatcher sets it too).
@@ -166,12 +245,13 @@ void CreateKeyFile(EngineState& Engine, int16_t /*FileNo*/, const std::string& B
   if (Engine.EngineStatus != 0 || Engine.KeyFileNo == 0) throw Fault(platform::kPathFileAccess);
   const BuildingFlag Building(Engine);
   try {
-    BeginKeyFileImage(Engine);
-    EnterRecords(Engine, Dict, BasePath + ".TQd");
-    if (Engine.ImageMode) {
-      FlushKeyFileImage(Engine);
+    DataFile Data;
+    OpenDataFile(Data, Dict, BasePath + ".TQd");
+    const int64_t Bytes = Data.Records * SortedBytesPerRecord(Lengths, DigitCount(Data.Records));
+    if (Bytes <= Engine.SortedBuildBudget) {
+      LoadSortedKeys(Engine, Dict, Data, Lengths);
     } else {
-      WriteHeader(Engine);
+      InsertRecords(Engine, Dict, Data);
     }
   } catch (...) {
     CloseKeyFile(Engine);  // the half-built file is not to be used

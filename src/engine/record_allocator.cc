@@ -2,6 +2,7 @@
 #include "engine/record_allocator.h"
 
 #include <limits>
+#include <vector>
 
 #include "engine/key_codec.h"
 #include "engine/key_file.h"
@@ -128,6 +129,40 @@ void ReleaseRecordNumber(EngineState& Engine, int32_t Record) {
     const NodeBuffer Zeros{};
     WriteKeyNode(Engine, FreshPage, Zeros);
   }
+}
+
+void WriteDeletedStack(EngineState& Engine, std::span<const int32_t> Records) {
+  if (Records.empty()) return;
+  if (Engine.ImageMode) throw platform::Fault(platform::kInvalidCall);
+  ReadHeader(Engine);
+  KeyFileHeader& Header = Engine.Header;
+  if (Header.DeletedCount != 0 || Header.DeletedHead != 0 ||
+      Records.size() >= static_cast<size_t>(std::numeric_limits<int32_t>::max())) {
+    throw platform::Fault(platform::kInvalidCall);
+  }
+  // A page that fills up is linked to a fresh empty one at once, so the last page always
+  // has room: floor(count / 255) + 1 pages.
+  const size_t Pages = Records.size() / kSlotsPerPage + 1;
+  const int64_t First = RefreshKeyFileLength(Engine) + 1;
+  if (First + static_cast<int64_t>(Pages * kNodeSize) > std::numeric_limits<int32_t>::max()) {
+    throw platform::Fault(platform::kOverflow);
+  }
+  std::vector<uint8_t> Bytes(Pages * kNodeSize, 0);
+  for (size_t Element = 0; Element < Records.size(); ++Element) {
+    uint8_t* Page = Bytes.data() + Element / kSlotsPerPage * kNodeSize;
+    StoreInt32(Page + 4 * (Element % kSlotsPerPage), Records[Element]);
+  }
+  for (size_t Page = 0; Page + 1 < Pages; ++Page) {
+    StoreInt32(Bytes.data() + Page * kNodeSize + kLinkOffset,
+               static_cast<int32_t>(First + static_cast<int64_t>((Page + 1) * kNodeSize)));
+  }
+  platform::WriteAt(Engine.KeyFileNo, First, Bytes);
+  Engine.KeyFileLength = First + static_cast<int64_t>(Bytes.size()) - 1;
+  Engine.StackChain.clear();
+  Engine.StackChainLength = -1;
+  Header.DeletedHead = static_cast<int32_t>(First);
+  Header.DeletedCount = static_cast<int32_t>(Records.size());
+  WriteHeader(Engine);
 }
 
 void CheckReleasable(EngineState& Engine) {

@@ -12,6 +12,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "engine/EngineState.h"
@@ -26,6 +27,10 @@ inline constexpr int kLinkOffset = kNodeSize - 4;        // 1020
 int32_t AllocateRecordNumber(EngineState& Engine);
 // Pushes Record onto the stack, linking a fresh zero-filled page when a page fills up.
 void ReleaseRecordNumber(EngineState& Engine, int32_t Record);
+// Writes the whole stack of a key file being built, whose stack is empty: Records (oldest
+// first) in pages appended at the end of the file in one write, laid out as that many
+// releases would leave them, and the header's head and count. Writes nothing for none.
+void WriteDeletedStack(EngineState& Engine, std::span<const int32_t> Records);
 // Raises what ReleaseRecordNumber would raise for a damaged header, head or chain of stack
 // pages, but writes nothing: a caller checks with it before it changes anything else.
 void CheckReleasable(EngineState& Engine);

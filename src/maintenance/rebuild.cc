@@ -11,7 +11,7 @@
 #include "engine/bulk_builder.h"
 #include "engine/key_file.h"
 #include "maintenance/compaction.h"
-#include "maintenance/key_text_table.h"
+#include "engine/key_text_table.h"
 #include "maintenance/rebuild_files.h"
 #include "maintenance/record_check.h"
 #include "platform/clock.h"

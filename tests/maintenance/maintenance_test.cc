@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "maintenance/audit_archive.h"
-#include "maintenance/key_text_table.h"
+#include "engine/key_text_table.h"
 #include "maintenance/record_check.h"
 #include "support/direct_table.h"
 #include "support/file_checks.h"

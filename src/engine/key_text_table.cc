@@ -1,7 +1,7 @@
 // Rows are stored with every byte replaced by its rank in character order
 // (platform::CodePointRank), so that a plain byte comparison of two rows orders them as
 // the key files do; the digits of the record number keep their order under the ranks.
-#include "maintenance/key_text_table.h"
+#include "engine/key_text_table.h"
 
 #include <algorithm>
 #include <array>
@@ -122,11 +122,14 @@ void LoadDigit(SortItem& Item, const uint8_t* Row, size_t RowLength, size_t Offs
   }
 }
 
-// Equal digits keep the order in which the rows were added.
-bool DigitBefore(const SortItem& A, const SortItem& B) {
-  if (A.High != B.High) return A.High < B.High;
-  return A.Low != B.Low ? A.Low < B.Low : A.Index < B.Index;
-}
+// Equal digits keep the order in which the rows were added. A function object, so that
+// the sort inlines it.
+struct DigitBefore {
+  bool operator()(const SortItem& A, const SortItem& B) const {
+    if (A.High != B.High) return A.High < B.High;
+    return A.Low != B.Low ? A.Low < B.Low : A.Index < B.Index;
+  }
+};
 
 bool SameDigit(const SortItem& A, const SortItem& B) { return A.High == B.High && A.Low == B.Low; }
 
@@ -158,7 +161,7 @@ void KeyTextTable::Sort(int Key) {
       LoadDigit(Items[I], Base + size_t{Items[I].Index} * RowLength, TextLength, R.Offset);
     }
     std::sort(Items.begin() + static_cast<std::ptrdiff_t>(R.Begin),
-              Items.begin() + static_cast<std::ptrdiff_t>(R.End), DigitBefore);
+              Items.begin() + static_cast<std::ptrdiff_t>(R.End), DigitBefore{});
     if (R.Offset + 16 >= TextLength) continue;  // the whole text has been compared
     for (size_t First = R.Begin; First < R.End;) {
       size_t Last = First + 1;

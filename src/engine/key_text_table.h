@@ -1,8 +1,8 @@
-// The rebuild's table of key texts: for every record kept and every key, the record's key
-// text followed by its new record number written in decimal, zero-padded to a fixed
-// number of digits. Sorting one key's rows orders them by key text (character by
-// character, as the key files do) and then by record number, which is the order in which
-// the key's tree is loaded.
+// The table of key texts a key file is built from in one go (ReIndex and Rebuild): for
+// every record and every key, the record's key text followed by its record number written
+// in decimal, zero-padded to a fixed number of digits. Sorting one key's rows orders them
+// by key text (character by character, as the key files do) and then by record number,
+// which is the order in which the key's tree is loaded.
 #pragma once
 
 #include <cstdint>
