@@ -63,7 +63,7 @@ struct EngineState {
   bool Creating = false;  // a key file is being built (the allocator counts up only)
   // Bytes of key texts up to which a key file is built by sorting them in memory; a
   // larger table is built record by record in the image (create_key_file.cc).
-  int64_t SortedBuildBudget = int64_t{512} << 20;
+  int64_t SortedBuildBudget = int64_t{256} << 20;
 
   // The record number InsertKeys allocated last; the record layer reads it after "I".
   int32_t LastAllocated = 0;

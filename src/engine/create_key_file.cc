@@ -38,7 +38,6 @@ namespace {
 using platform::Fault;
 
 constexpr int64_t kChunkBytes = 32768;
-constexpr int64_t kSortItemBytes = 24;
 constexpr int64_t kShortestDictionary = 100;
 constexpr int32_t kProgressStep = 100;
 
@@ -167,13 +166,6 @@ void InsertRecords(EngineState& Engine, const Dictionary& Dict, const DataFile& 
   }
 }
 
-// Bytes the sorted build holds per record: every key's row and one sort item.
-int64_t SortedBytesPerRecord(const std::vector<int>& Lengths, int Width) {
-  int64_t Bytes = kSortItemBytes;
-  for (int Length : Lengths) Bytes += Length + Width;
-  return Bytes;
-}
-
 // Sorted: the key texts of every live record are collected, each key's are sorted and its
 // tree is loaded bottom-up; the deleted records' numbers form the deleted-record stack in
 // file order. The trees hold the same entries in the same order as the record-by-record
@@ -247,8 +239,7 @@ void CreateKeyFile(EngineState& Engine, int16_t /*FileNo*/, const std::string& B
   try {
     DataFile Data;
     OpenDataFile(Data, Dict, BasePath + ".TQd");
-    const int64_t Bytes = Data.Records * SortedBytesPerRecord(Lengths, DigitCount(Data.Records));
-    if (Bytes <= Engine.SortedBuildBudget) {
+    if (KeyTextTable::BytesFor(Lengths, Data.Records) <= Engine.SortedBuildBudget) {
       LoadSortedKeys(Engine, Dict, Data, Lengths);
     } else {
       InsertRecords(Engine, Dict, Data);

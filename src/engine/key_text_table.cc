@@ -21,6 +21,13 @@ struct RankTables {
   std::array<uint8_t, 256> Byte{};  // the inverse: the byte of each rank
 };
 
+// One row while a column is sorted: 16 bytes of it, from the offset being compared, as
+// two big-endian numbers, and its index.
+struct SortItem {
+  uint64_t High = 0, Low = 0;
+  uint32_t Index = 0;
+};
+
 const RankTables& Ranks() {
   static const RankTables Tables = [] {
     RankTables T;
@@ -53,6 +60,18 @@ std::string ZeroPadded(int64_t Number, int Width) {
     Text.insert(0, static_cast<size_t>(Width) - Text.size(), '0');
   }
   return Text;
+}
+
+int64_t KeyTextTable::BytesFor(const std::vector<int>& KeyLengths, int64_t Rows) {
+  // Every key's rows, and while one key is sorted its items and a sorted copy of its rows.
+  const int Width = std::max(DigitCount(Rows), 1);
+  int64_t PerRow = sizeof(SortItem);
+  int Widest = 0;
+  for (int Length : KeyLengths) {
+    PerRow += Length + Width;
+    Widest = std::max(Widest, Length + Width);
+  }
+  return (PerRow + Widest) * Rows;
 }
 
 KeyTextTable::KeyTextTable(std::vector<int> KeyLengths, int Width, int64_t ExpectedRows)
@@ -95,13 +114,6 @@ void KeyTextTable::AddRow(const std::vector<std::string>& Texts, int32_t Record)
 }
 
 namespace {
-
-// One row while a column is sorted: 16 bytes of it, from the offset being compared, as
-// two big-endian numbers, and its index.
-struct SortItem {
-  uint64_t High = 0, Low = 0;
-  uint32_t Index = 0;
-};
 
 uint64_t BigEndian64(const uint8_t* Bytes) {
   uint64_t Value = 0;

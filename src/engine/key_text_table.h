@@ -25,6 +25,9 @@ class KeyTextTable {
   // of the record numbers. ExpectedRows only reserves room.
   KeyTextTable(std::vector<int> KeyLengths, int Width, int64_t ExpectedRows);
 
+  // The memory a table of Rows rows takes at most, sorting included.
+  static int64_t BytesFor(const std::vector<int>& KeyLengths, int64_t Rows);
+
   int Keys() const { return static_cast<int>(lengths_.size()); }
   int64_t Rows() const { return rows_; }
 

@@ -5,13 +5,15 @@
 #include <algorithm>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "engine/bulk_builder.h"
+#include "engine/create_key_file.h"
 #include "engine/key_file.h"
-#include "maintenance/compaction.h"
 #include "engine/key_text_table.h"
+#include "maintenance/compaction.h"
 #include "maintenance/rebuild_files.h"
 #include "maintenance/record_check.h"
 #include "platform/clock.h"
@@ -133,13 +135,14 @@ std::unique_ptr<TableState> OpenStagedData(const TableState& State, const Rebuil
   return Work;
 }
 
-// Copies the records kept, in file order, to Target and enters their key texts in Table.
-// Returns the number of records kept.
-int32_t CopyRecords(TableState& State, platform::FileNo Target, KeyTextTable& Table,
+// Copies the records kept, in file order, to Target and enters their key texts in Table
+// (when there is one). Returns the number of records kept. The copy's pages start on
+// their way to disk; the staging syncs them at its end.
+int32_t CopyRecords(TableState& State, platform::FileNo Target, KeyTextTable* Table,
                     int64_t Total) {
   const int64_t Length = State.RecordLength;
   const int64_t PerChunk = std::max<int64_t>(1, kCopyChunkBytes / std::max<int64_t>(Length, 1));
-  std::vector<std::string> Texts(static_cast<size_t>(Table.Keys()));
+  std::vector<std::string> Texts(Table != nullptr ? static_cast<size_t>(Table->Keys()) : 0);
   CopyProgress Progress(State, Total);
   std::string Out;
   int32_t Kept = 0;
@@ -155,17 +158,19 @@ int32_t CopyRecords(TableState& State, platform::FileNo Target, KeyTextTable& Ta
       if (IsDeletedRecord(State, Record) || !FirstFieldIsSound(State, Record)) continue;
       Out.append(Record);
       ++Kept;
-      for (int K = 1; K <= Table.Keys(); ++K) {
-        Texts[static_cast<size_t>(K - 1)] =
-            KeyTextFromRecord(State, static_cast<int16_t>(K), Record, true);
+      if (Table != nullptr) {
+        for (int K = 1; K <= Table->Keys(); ++K) {
+          Texts[static_cast<size_t>(K - 1)] =
+              KeyTextFromRecord(State, static_cast<int16_t>(K), Record, true);
+        }
+        Table->AddRow(Texts, Kept);
       }
-      Table.AddRow(Texts, Kept);
       Progress.RecordKept();
     }
     if (!Out.empty()) platform::WriteAt(Target, int64_t{KeptBefore} * Length + 1, Out);
     if (First == 0) RebuildCrashPoint(kCrashMidCopy);
   }
-  platform::Sync(Target);
+  platform::StartWriteBack(Target);
   return Kept;
 }
 
@@ -192,6 +197,7 @@ void BuildKeyFile(TableState& State, const std::string& Path, KeyTextTable& Tabl
       }
       Builder.FinishKey();
       Table.Release(K);
+      platform::StartWriteBack(Engine.KeyFileNo);
       if (K == 0) RebuildCrashPoint(kCrashMidKeys);
     }
     Builder.Finish(Kept);
@@ -203,20 +209,48 @@ void BuildKeyFile(TableState& State, const std::string& Path, KeyTextTable& Tabl
   SendCommand(State, "K");
 }
 
+// A table whose key texts are too many to sort in memory: once the new data file is
+// complete, the key file is built from it as a missing one is, record by record in the
+// engine's bounded image. Its progress is the key phase's, from 50 to 100.
+void BuildKeyFileByRecords(TableState& State, const RebuildFiles& Files) {
+  engine::CreateEmptyKeyFile(Files.StagedKey(), KeyLengths(State, RebuildKeyCount(State)));
+  EngineState& Engine = State.Engine;
+  const auto Saved = std::move(Engine.Progress);
+  Engine.Progress = [&State](int32_t P) { State.RaiseProgress(kCopyPhaseEnd + P / 2); };
+  try {
+    engine::CreateKeyFile(Engine, 0, Files.Staged);
+  } catch (...) {
+    Engine.Progress = Saved;
+    engine::CloseKeyFile(Engine);
+    throw;
+  }
+  Engine.Progress = Saved;
+  platform::Sync(Engine.KeyFileNo);
+  SendCommand(State, "K");
+}
+
 // Writes the complete new file set under the staged names: data, keys, images, long
 // texts, each synced. Nothing of the table's own files is changed.
 void StageNewFiles(TableState& State, const RebuildFiles& Files, int Keys) {
   const int64_t Total = RecordTotal(State);
-  KeyTextTable Table(KeyLengths(State, Keys), DigitCount(Total), Total);
+  const std::vector<int> Lengths = KeyLengths(State, Keys);
+  std::optional<KeyTextTable> Table;
+  if (KeyTextTable::BytesFor(Lengths, Total) <= State.Engine.SortedBuildBudget) {
+    Table.emplace(Lengths, DigitCount(Total), Total);
+  }
   const std::unique_ptr<TableState> Work = OpenStagedData(State, Files);
   int32_t Kept = 0;
   {
     const platform::ScopedRangeLock FirstByte(State.DataFileNo, 1, 1);
-    Kept = CopyRecords(State, Work->DataFileNo, Table, Total);
+    Kept = CopyRecords(State, Work->DataFileNo, Table ? &*Table : nullptr, Total);
   }
   RebuildCrashPoint(kCrashAfterCopy);
 
-  BuildKeyFile(State, Files.StagedKey(), Table, Kept);
+  if (Table) {
+    BuildKeyFile(State, Files.StagedKey(), *Table, Kept);
+  } else {
+    BuildKeyFileByRecords(State, Files);
+  }
 
   if (!ImageFields(State).empty()) {
     Work->ImageFileNo = platform::TakeFreeNumber();

@@ -440,6 +440,12 @@ void Sync(FileNo Number) {
   if (::fdatasync(Fd) != 0) throw Fault(FaultNumberFromErrno(errno));
 }
 
+void StartWriteBack(FileNo Number) {
+  const int Fd = FdOf(Number);
+  ++OtherCount;
+  (void)::sync_file_range(Fd, 0, 0, SYNC_FILE_RANGE_WRITE);
+}
+
 void LockRange(FileNo Number, int64_t First, int64_t Last, bool Exclusive) {
   const int Fd = FdOf(Number);
   off_t Start, Len;

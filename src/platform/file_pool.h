@@ -56,6 +56,9 @@ void WriteAt(FileNo Number, int64_t Position, std::span<const uint8_t> Bytes);
 void WriteAt(FileNo Number, int64_t Position, std::string_view Bytes);
 void Truncate(FileNo Number, int64_t Length);
 void Sync(FileNo Number);
+// Starts writing the file's changed pages to disk without waiting, so that a later Sync
+// finds little left to do. Only a hint: failures are ignored.
+void StartWriteBack(FileNo Number);
 
 // Byte-range locks on open file descriptions (F_OFD_SETLK): two descriptors exclude each
 // other whether they belong to one process or two, and closing one descriptor never drops
