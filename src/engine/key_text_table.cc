@@ -7,6 +7,8 @@
 #include <array>
 #include <cstring>
 #include <limits>
+#include <span>
+#include <utility>
 
 #include "platform/codepage.h"
 #include "platform/fault.h"
@@ -21,10 +23,10 @@ struct RankTables {
   std::array<uint8_t, 256> Byte{};  // the inverse: the byte of each rank
 };
 
-// One row while a column is sorted: 16 bytes of it, from the offset being compared, as
-// two big-endian numbers, and its index.
+// One row while a column is sorted: 8 bytes of its text, from the offset being compared,
+// as a big-endian number, and its index.
 struct SortItem {
-  uint64_t High = 0, Low = 0;
+  uint64_t Digit = 0;
   uint32_t Index = 0;
 };
 
@@ -63,15 +65,11 @@ std::string ZeroPadded(int64_t Number, int Width) {
 }
 
 int64_t KeyTextTable::BytesFor(const std::vector<int>& KeyLengths, int64_t Rows) {
-  // Every key's rows, and while one key is sorted its items and a sorted copy of its rows.
+  // Every key's rows and sorted order, and while one key is sorted its items (twice).
   const int Width = std::max(DigitCount(Rows), 1);
-  int64_t PerRow = sizeof(SortItem);
-  int Widest = 0;
-  for (int Length : KeyLengths) {
-    PerRow += Length + Width;
-    Widest = std::max(Widest, Length + Width);
-  }
-  return (PerRow + Widest) * Rows;
+  int64_t PerRow = 2 * sizeof(SortItem);
+  for (int Length : KeyLengths) PerRow += Length + Width + sizeof(uint32_t);
+  return PerRow * Rows;
 }
 
 KeyTextTable::KeyTextTable(std::vector<int> KeyLengths, int Width, int64_t ExpectedRows)
@@ -115,51 +113,59 @@ void KeyTextTable::AddRow(const std::vector<std::string>& Texts, int32_t Record)
 
 namespace {
 
-uint64_t BigEndian64(const uint8_t* Bytes) {
+constexpr size_t kDigitBytes = sizeof(uint64_t);
+// Ranges up to this size are sorted by comparison; larger ones by radix passes.
+constexpr size_t kComparisonSortMost = 256;
+
+uint64_t LoadDigit(const uint8_t* Row, size_t TextLength, size_t Offset) {
+  if (Offset + kDigitBytes <= TextLength) {
+    uint64_t Value = 0;
+    std::memcpy(&Value, Row + Offset, sizeof Value);
+    return __builtin_bswap64(Value);
+  }
   uint64_t Value = 0;
-  std::memcpy(&Value, Bytes, sizeof Value);
-  return __builtin_bswap64(Value);
+  for (size_t B = 0; B < kDigitBytes; ++B) {
+    Value = Value << 8 | (Offset + B < TextLength ? Row[Offset + B] : 0);
+  }
+  return Value;
 }
 
-void LoadDigit(SortItem& Item, const uint8_t* Row, size_t RowLength, size_t Offset) {
-  if (Offset + 16 <= RowLength) {
-    Item.High = BigEndian64(Row + Offset);
-    Item.Low = BigEndian64(Row + Offset + 8);
-    return;
+// Stable least-significant-byte-first radix sort of Items by Digit, one pass per byte
+// that differs between them (Spare is as large as Items and is scratch).
+void RadixSortByDigit(std::span<SortItem> Items, std::span<SortItem> Spare) {
+  std::array<std::array<uint32_t, 256>, kDigitBytes> Counts{};
+  for (const SortItem& Item : Items) {
+    for (size_t B = 0; B < kDigitBytes; ++B) ++Counts[B][(Item.Digit >> (8 * B)) & 0xFF];
   }
-  Item.High = Item.Low = 0;
-  for (size_t B = 0; B < 16; ++B) {
-    const uint64_t Byte = Offset + B < RowLength ? Row[Offset + B] : 0;
-    (B < 8 ? Item.High : Item.Low) |= Byte << (8 * (7 - B % 8));
+  SortItem* From = Items.data();
+  SortItem* To = Spare.data();
+  for (size_t B = 0; B < kDigitBytes; ++B) {
+    std::array<uint32_t, 256>& Count = Counts[B];
+    if (Count[(From->Digit >> (8 * B)) & 0xFF] == Items.size()) continue;  // all alike
+    uint32_t Sum = 0;
+    for (uint32_t& C : Count) Sum += std::exchange(C, Sum);
+    for (size_t I = 0; I < Items.size(); ++I)
+      To[Count[(From[I].Digit >> (8 * B)) & 0xFF]++] = From[I];
+    std::swap(From, To);
   }
+  if (From != Items.data()) std::copy_n(From, Items.size(), Items.data());
 }
-
-// Equal digits keep the order in which the rows were added. A function object, so that
-// the sort inlines it.
-struct DigitBefore {
-  bool operator()(const SortItem& A, const SortItem& B) const {
-    if (A.High != B.High) return A.High < B.High;
-    return A.Low != B.Low ? A.Low < B.Low : A.Index < B.Index;
-  }
-};
-
-bool SameDigit(const SortItem& A, const SortItem& B) { return A.High == B.High && A.Low == B.Low; }
 
 }  // namespace
 
-// Most significant digit first, 16 bytes of key text a digit: all rows are sorted by
-// their first 16 bytes; each run of rows that agree there is sorted by the next 16, and so
-// on to the end of the key text. Rows whose texts are equal stay in the order they were
-// added, which is the order of their record numbers, so the numbers are never compared
-// (nor read: a run of equal texts costs no further pass). The comparisons stay inside the
-// small items, and a row is read once per digit that matters. The rows are then copied
-// into sorted order, so that the walk reads them in sequence.
+// Most significant digit first, 8 bytes of key text a digit: all rows are sorted by their
+// first 8 bytes; each run of rows that agree there is sorted by the next 8, and so on to
+// the end of the key text. Large ranges are sorted by stable radix passes over the bytes
+// that differ, small ones by comparison. Rows whose texts are equal stay in the order they
+// were added, which is the order of their record numbers, so the numbers are never
+// compared (nor read: a run of equal texts costs no further pass).
 void KeyTextTable::Sort(int Key) {
   Column& C = columns_.at(static_cast<size_t>(Key));
   const size_t RowLength = static_cast<size_t>(C.Length + width_);
   const auto TextLength = static_cast<size_t>(C.Length);
   const uint8_t* Base = C.Rows.data();
   std::vector<SortItem> Items(static_cast<size_t>(rows_));
+  std::vector<SortItem> Spare(Items.size());
   for (size_t I = 0; I < Items.size(); ++I) Items[I].Index = static_cast<uint32_t>(I);
 
   struct Range {
@@ -169,37 +175,35 @@ void KeyTextTable::Sort(int Key) {
   while (!Work.empty()) {
     const Range R = Work.back();
     Work.pop_back();
-    for (size_t I = R.Begin; I < R.End; ++I) {
-      LoadDigit(Items[I], Base + size_t{Items[I].Index} * RowLength, TextLength, R.Offset);
+    const std::span<SortItem> Part(Items.data() + R.Begin, R.End - R.Begin);
+    for (SortItem& Item : Part) {
+      Item.Digit = LoadDigit(Base + size_t{Item.Index} * RowLength, TextLength, R.Offset);
     }
-    std::sort(Items.begin() + static_cast<std::ptrdiff_t>(R.Begin),
-              Items.begin() + static_cast<std::ptrdiff_t>(R.End), DigitBefore{});
-    if (R.Offset + 16 >= TextLength) continue;  // the whole text has been compared
+    if (Part.size() <= kComparisonSortMost) {
+      std::sort(Part.begin(), Part.end(), [](const SortItem& A, const SortItem& B) {
+        return A.Digit != B.Digit ? A.Digit < B.Digit : A.Index < B.Index;
+      });
+    } else {
+      RadixSortByDigit(Part, std::span(Spare.data(), Part.size()));
+    }
+    if (R.Offset + kDigitBytes >= TextLength) continue;  // the whole text has been compared
     for (size_t First = R.Begin; First < R.End;) {
       size_t Last = First + 1;
-      while (Last < R.End && SameDigit(Items[First], Items[Last])) ++Last;
-      if (Last - First > 1) Work.push_back({First, Last, R.Offset + 16});
+      while (Last < R.End && Items[First].Digit == Items[Last].Digit) ++Last;
+      if (Last - First > 1) Work.push_back({First, Last, R.Offset + kDigitBytes});
       First = Last;
     }
   }
-
-  std::vector<uint8_t> Sorted(C.Rows.size());
-  constexpr size_t kAhead = 16;
-  for (size_t I = 0; I < Items.size(); ++I) {
-    if (I + kAhead < Items.size()) {
-      __builtin_prefetch(Base + size_t{Items[I + kAhead].Index} * RowLength);
-    }
-    std::memcpy(Sorted.data() + I * RowLength, Base + size_t{Items[I].Index} * RowLength,
-                RowLength);
-  }
-  C.Rows.swap(Sorted);
+  C.Order.resize(Items.size());
+  for (size_t I = 0; I < Items.size(); ++I) C.Order[I] = Items[I].Index;
   C.Sorted = true;
 }
 
 const uint8_t* KeyTextTable::SortedRow(int Key, int64_t Row) const {
   const Column& C = columns_.at(static_cast<size_t>(Key));
   if (!C.Sorted || Row < 0 || Row >= rows_) throw Fault(platform::kSubscript);
-  return C.Rows.data() + static_cast<size_t>(Row) * static_cast<size_t>(C.Length + width_);
+  return C.Rows.data() +
+         size_t{C.Order[static_cast<size_t>(Row)]} * static_cast<size_t>(C.Length + width_);
 }
 
 std::string KeyTextTable::RowText(int Key, int64_t Row) const {
@@ -241,6 +245,7 @@ int32_t KeyTextTable::Record(int Key, int64_t Row) const {
 void KeyTextTable::Release(int Key) {
   Column& C = columns_.at(static_cast<size_t>(Key));
   std::vector<uint8_t>().swap(C.Rows);
+  std::vector<uint32_t>().swap(C.Order);
   C.Sorted = false;
 }
 

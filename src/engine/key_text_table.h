@@ -51,9 +51,10 @@ class KeyTextTable {
 
  private:
   struct Column {
-    int Length = 0;             // key text length
-    std::vector<uint8_t> Rows;  // rows of Length + width_ bytes, each byte as its rank
-    bool Sorted = false;        // Rows are in sorted order
+    int Length = 0;               // key text length
+    std::vector<uint8_t> Rows;    // rows of Length + width_ bytes, each byte as its rank
+    std::vector<uint32_t> Order;  // after sorting: the rows' indexes in sorted order
+    bool Sorted = false;
   };
   const uint8_t* SortedRow(int Key, int64_t Row) const;
 
