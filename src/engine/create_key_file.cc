@@ -5,7 +5,8 @@
 // the record's raw bytes, so a key over a binary field holds the field's stored bytes,
 // exactly as the data file does.
 //
-// Two ways give the same entries in the same order. Normally every key's texts are
+// The file is built under the key file's name + ".new" and renamed into place when
+// complete. Two ways give the same entries in the same order. Normally every key's texts are
 // collected, sorted and loaded bottom-up (one read of the data file, one write of the key
 // file). A table too large to sort in memory is built record by record through
 // InsertKeys in the key file's memory image instead, whose resident part stays bounded.
@@ -225,18 +226,21 @@ void CreateKeyFile(EngineState& Engine, int16_t /*FileNo*/, const std::string& B
   const Dictionary Dict = ReadTableDictionary(DictionaryPath(Directory, BasePath));
   const std::vector<int> Lengths = KeyLengths(Dict);
   const std::string KeyPath = BasePath + ".TQC";
+  // Built under another name and renamed over the key file when complete, so that a
+  // crash in the middle never leaves a key file that opens but lacks entries.
+  const std::string WorkPath = KeyPath + ".new";
 
   CloseKeyFile(Engine);
   try {
-    CreateEmptyKeyFile(KeyPath, Lengths);
+    CreateEmptyKeyFile(WorkPath, Lengths);
   } catch (const Fault& Failure) {
     if (Failure.Number() == platform::kInvalidCall) throw;  // lengths no key file can hold
     throw KeyFileNotCreated(Failure);
   }
-  OpenKeyFile(Engine, KeyPath);
+  OpenKeyFile(Engine, WorkPath);
   if (Engine.EngineStatus != 0 || Engine.KeyFileNo == 0) throw Fault(platform::kPathFileAccess);
-  const BuildingFlag Building(Engine);
   try {
+    const BuildingFlag Building(Engine);
     DataFile Data;
     OpenDataFile(Data, Dict, BasePath + ".TQd");
     if (KeyTextTable::BytesFor(Lengths, Data.Records) <= Engine.SortedBuildBudget) {
@@ -244,10 +248,18 @@ void CreateKeyFile(EngineState& Engine, int16_t /*FileNo*/, const std::string& B
     } else {
       InsertRecords(Engine, Dict, Data);
     }
+    CloseKeyFile(Engine);
+    platform::RenameFile(WorkPath, KeyPath);
   } catch (...) {
     CloseKeyFile(Engine);  // the half-built file is not to be used
+    try {
+      platform::DeleteFile(WorkPath);
+    } catch (const Fault&) {
+    }
     throw;
   }
+  OpenKeyFile(Engine, KeyPath);
+  if (Engine.EngineStatus != 0 || Engine.KeyFileNo == 0) throw Fault(platform::kPathFileAccess);
 }
 
 }  // namespace tqdb::engine

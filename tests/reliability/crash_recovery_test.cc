@@ -1,6 +1,6 @@
 // The kill-point sweep: a process applying a change (AddNew, Delete, Edit of key fields,
-// Rebuild) is killed before each of its file changes in turn (kill_switch.h), so every state
-// a crash can leave on disk is tried. Afterwards a reader finds every record the change did
+// Rebuild, ReIndex) is killed before each of its file changes in turn (kill_switch.h), so every
+// state a crash can leave on disk is tried. Afterwards a reader finds every record the change did
 // not touch exactly once, by seeking and walking both keys; and a repair (Rebuild, or the
 // rebuild at open of a deleted key file) leaves sound keys over exactly the records the data
 // file holds.
@@ -102,6 +102,7 @@ std::vector<Change> Changes() {
                    I == 151});
   }
   All.push_back({"Rebuild", [](TQFile& T) { T.Rebuild(); }, {}});
+  All.push_back({"ReIndex", [](TQFile& T) { T.ReIndex(); }, {}});
   return All;
 }
 
