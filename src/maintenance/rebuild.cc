@@ -145,11 +145,13 @@ int32_t CopyRecords(TableState& State, platform::FileNo Target, KeyTextTable* Ta
   std::vector<std::string> Texts(Table != nullptr ? static_cast<size_t>(Table->Keys()) : 0);
   CopyProgress Progress(State, Total);
   std::string Out;
+  std::string Chunk;
   int32_t Kept = 0;
   for (int64_t First = 0; First < Total; First += PerChunk) {
     const int64_t Count = std::min(PerChunk, Total - First);
-    const std::string Chunk =
-        platform::ReadAt(State.DataFileNo, First * Length + 1, Count * Length);
+    Chunk.resize(static_cast<size_t>(Count * Length));
+    platform::ReadAtDirect(State.DataFileNo, First * Length + 1,
+                           std::span(reinterpret_cast<uint8_t*>(Chunk.data()), Chunk.size()));
     const int32_t KeptBefore = Kept;
     Out.clear();
     for (int64_t I = 0; I < Count; ++I) {

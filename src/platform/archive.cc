@@ -102,7 +102,7 @@ class DeflatingSource {
   bool FillInput() {
     const auto Got = static_cast<uint32_t>(std::min<uint64_t>(input_.size(), size_ - read_));
     try {
-      ReadAt(file_.get(), static_cast<int64_t>(read_) + 1, std::span(input_.data(), Got));
+      ReadAtDirect(file_.get(), static_cast<int64_t>(read_) + 1, std::span(input_.data(), Got));
     } catch (const Fault&) {
       Failed(ZIP_ER_READ);
       return false;

@@ -326,20 +326,8 @@ int64_t Length(FileNo Number) {
   return Info.st_size;
 }
 
-void ReadAt(FileNo Number, int64_t Position, std::span<uint8_t> Out) {
-  const off_t Start = OffsetOf(Position, Out.size());
-  int Fd;
-  {
-    Pool& P = ThePool();
-    std::lock_guard Lock(P.Mutex);
-    Slot& S = OpenSlot(P, Number);
-    ++ReadCount;
-    if (CopyFromMapping(S, Start, Out)) {
-      ++MappedReadCount;
-      return;
-    }
-    Fd = S.Fd;
-  }
+// Reads Out.size() bytes at Start with pread; bytes past the end are zero.
+void ReadWithPread(FileNo Number, int Fd, off_t Start, std::span<uint8_t> Out) {
   off_t Offset = Start;
   size_t Done = 0;
   while (Done < Out.size()) {
@@ -354,6 +342,35 @@ void ReadAt(FileNo Number, int64_t Position, std::span<uint8_t> Out) {
   }
   std::fill(Out.begin() + static_cast<std::ptrdiff_t>(Done), Out.end(), uint8_t{0});
   NoteReadLength(Number, Fd, Start, Out.size(), Done);
+}
+
+void ReadAt(FileNo Number, int64_t Position, std::span<uint8_t> Out) {
+  const off_t Start = OffsetOf(Position, Out.size());
+  int Fd;
+  {
+    Pool& P = ThePool();
+    std::lock_guard Lock(P.Mutex);
+    Slot& S = OpenSlot(P, Number);
+    ++ReadCount;
+    if (CopyFromMapping(S, Start, Out)) {
+      ++MappedReadCount;
+      return;
+    }
+    Fd = S.Fd;
+  }
+  ReadWithPread(Number, Fd, Start, Out);
+}
+
+void ReadAtDirect(FileNo Number, int64_t Position, std::span<uint8_t> Out) {
+  const off_t Start = OffsetOf(Position, Out.size());
+  int Fd;
+  {
+    Pool& P = ThePool();
+    std::lock_guard Lock(P.Mutex);
+    Fd = OpenSlot(P, Number).Fd;
+    ++ReadCount;
+  }
+  ReadWithPread(Number, Fd, Start, Out);
 }
 
 std::string ReadAt(FileNo Number, int64_t Position, int64_t Count) {
