@@ -1,6 +1,8 @@
 // Building key texts from values and from raw records.
 #include "records/key_text.h"
 
+#include <algorithm>
+
 #include "platform/codepage.h"
 #include "platform/fault.h"
 #include "records/dates.h"
@@ -36,12 +38,15 @@ std::string FromRecord(const Layout& L, int16_t Key, std::string_view Record, bo
       throw platform::Fault(platform::kSubscript);
     }
     const int64_t From = int64_t{L.FieldOffset[Field]} + L.KeySegStart[Key][S] - 1;
-    const int64_t Count = L.KeySegLength[Key][S];
-    for (int64_t i = 0; i < Count; ++i) {
-      const int64_t At = From + i;
-      const bool Inside = At >= 0 && At < static_cast<int64_t>(Record.size());
-      Text.push_back(Inside ? Record[static_cast<size_t>(At)] : ' ');
-    }
+    const int64_t Count = std::max<int64_t>(L.KeySegLength[Key][S], 0);
+    // Bytes before the record's start or past its end read as blanks.
+    const int64_t Lead = std::clamp<int64_t>(-From, 0, Count);
+    const int64_t Avail =
+        std::clamp<int64_t>(static_cast<int64_t>(Record.size()) - (From + Lead), 0, Count - Lead);
+    Text.append(static_cast<size_t>(Lead), ' ');
+    if (Avail > 0)
+      Text.append(Record.substr(static_cast<size_t>(From + Lead), static_cast<size_t>(Avail)));
+    Text.append(static_cast<size_t>(Count - Lead - Avail), ' ');
   }
   if (L.KeySegCount[Key] == 0 && Key <= L.KeyCount)
     Text.assign(1, ' ');  // a key number left unused
