@@ -260,12 +260,6 @@ void PrintTable(int64_t N, const Results& T, const Results& S) {
     std::printf("| %s | %.3f | %.3f | %.3f | %.3f |\n", kTasks[static_cast<size_t>(I)].Tqdb,
                 A.UserSeconds, A.SystemSeconds, B.UserSeconds, B.SystemSeconds);
   }
-  const Measure& ReIndex = T[kReIndex];
-  const Measure& Rebuild = T[kRebuild];
-  if (!ReIndex.Failed && !Rebuild.Failed && Rebuild.Seconds > 0) {
-    std::printf("\nRebuild takes %.2f× the time of ReIndex (target at 1 000 000: ≤ 0.2).\n",
-                Rebuild.Seconds / ReIndex.Seconds);
-  }
   std::printf(
       "Peak memory: TQDB %.0f MB, SQLite %.0f MB (whole process, getrusage; TQDB's figure "
       "counts the pages of the table files it maps for reading, which are the system's "
