@@ -92,11 +92,14 @@ class TqdbTasks {
     }
   }
 
+  // In a bulk load, as SQLite's side is one transaction.
   void Load(Measure& M) {
+    tqdb::BulkLoad Scope(table_);
     for (int64_t I = 0; I < n_; ++I) {
       const Row R = MakeRow(I, n_);
       AddRecord(table_, R);
     }
+    Scope.End();
     M.Ops = n_;
     M.Check = table_.RecordCount();
   }

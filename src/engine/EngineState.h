@@ -64,6 +64,9 @@ struct EngineState {
   // Bytes of key texts up to which a key file is built by sorting them in memory; a
   // larger table is built record by record in the image (create_key_file.cc).
   int64_t SortedBuildBudget = int64_t{256} << 20;
+  // The table is held alone (a bulk load): nobody else reads or changes the key file, so
+  // the commands take no key-file lock.
+  bool Alone = false;
 
   // The record number InsertKeys allocated last; the record layer reads it after "I".
   int32_t LastAllocated = 0;

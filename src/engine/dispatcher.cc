@@ -42,11 +42,13 @@ class KeyFileBusy : public Fault {
 // out: exclusively around D, I and R, which change the trees; shared around the letters
 // that read nodes from the file, so that a reader never reads a node while another
 // process is writing it (a read racing a write of the same page can see part of each).
+// A table held alone (EngineState::Alone) needs neither, and takes none.
 class KeyFileLock {
  public:
-  explicit KeyFileLock(platform::FileNo Number, bool Exclusive = true) {
+  explicit KeyFileLock(const EngineState& Engine, bool Exclusive = true) {
+    if (Engine.Alone) return;
     try {
-      lock_.emplace(Number, 1, 1, Exclusive);
+      lock_.emplace(Engine.KeyFileNo, 1, 1, Exclusive);
     } catch (const Fault& Failure) {
       if (Failure.Number() == platform::kPermissionDenied) throw KeyFileBusy(Failure);
       throw;
@@ -120,7 +122,7 @@ struct ReadLock {
 
 void TakeReadLock(EngineState& Engine, ReadLock& Held) {
   if (Engine.KeyFileNo == 0) return;
-  Held.Lock.emplace(Engine.KeyFileNo, false);
+  Held.Lock.emplace(Engine, false);
   Held.Pages.emplace(Engine);
 }
 
@@ -147,7 +149,7 @@ void RunLetter(EngineState& Engine, std::string& Command, char Separator, int32_
       const int32_t Record = Fields.Int32(1);
       Fields.Int16(3);
       const std::vector<std::string> Values = Fields.KeyTexts(Engine, 4);
-      const KeyFileLock Lock(Engine.KeyFileNo);
+      const KeyFileLock Lock(Engine);
       const engine::LockedPageScope Pages(Engine);
       engine::DeleteKeys(Engine, Record, Values);
       return;
@@ -175,7 +177,7 @@ void RunLetter(EngineState& Engine, std::string& Command, char Separator, int32_
     case 'I': {
       Fields.Int16(1);
       const std::vector<std::string> Values = Fields.KeyTexts(Engine, 2);
-      const KeyFileLock Lock(Engine.KeyFileNo);
+      const KeyFileLock Lock(Engine);
       const engine::LockedPageScope Pages(Engine);
       engine::InsertKeys(Engine, Values);
       return;
@@ -199,7 +201,7 @@ void RunLetter(EngineState& Engine, std::string& Command, char Separator, int32_
       Fields.Int16(3);
       std::string_view Old, New;
       Fields.OldAndNew(Engine, Key, Old, New);
-      const KeyFileLock Lock(Engine.KeyFileNo);
+      const KeyFileLock Lock(Engine);
       const engine::LockedPageScope Pages(Engine);
       engine::ReplaceKeys(Engine, Key, Record, Old, New);
       Result = Record;

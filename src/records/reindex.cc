@@ -7,35 +7,12 @@
 #include "platform/fault.h"
 #include "platform/file_pool.h"
 #include "platform/paths.h"
+#include "table/bulk_load.h"
 #include "table/channel.h"
+#include "table/exclusive_use.h"
 #include "table/key_file_build.h"
 
 namespace tqdb {
-namespace {
-
-// Holds the table alone for a scope: the presence lock of the data file is made exclusive
-// (Fault 70 when another table object has the table open) and is shared again at the end.
-class ExclusiveUse {
- public:
-  explicit ExclusiveUse(platform::FileNo DataFile) : data_file_(DataFile) {
-    if (!platform::TryExclusivePresence(data_file_)) {
-      throw platform::Fault(platform::kPermissionDenied);
-    }
-  }
-  ~ExclusiveUse() {
-    try {
-      if (platform::IsOpen(data_file_)) platform::HoldPresence(data_file_);
-    } catch (...) {
-    }
-  }
-  ExclusiveUse(const ExclusiveUse&) = delete;
-  ExclusiveUse& operator=(const ExclusiveUse&) = delete;
-
- private:
-  platform::FileNo data_file_;
-};
-
-}  // namespace
 
 double ReIndex(TableState& State) {
   const double Started = platform::Timer();
@@ -45,7 +22,7 @@ double ReIndex(TableState& State) {
     SendCommand(State, "K");
     const std::string KeyPath = Base + ".tqc";
     if (platform::FileExists(KeyPath)) platform::DeleteFile(KeyPath);
-    BuildKeyFile(State, KeyPath);
+    if (BuildKeyFile(State, KeyPath) == 0) ClearBulkLoadMark(State);
   }
   if (State.LastError == 0) {
     platform::Close(State.DataFileNo);

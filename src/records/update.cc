@@ -181,7 +181,7 @@ void WithdrawKeys(TableState& State, int32_t Record, const std::string& Keys) no
 // mark only afterwards, holding the record's lock in between; a new record handed that
 // number waits for the mark, or the mark would land on it. A number taken after the last
 // record number was never given back by anybody, so nobody can be marking it: such a
-// record is written without the lock.
+// record is written without the lock, as is any record of a table held alone.
 class NewRecordLock {
  public:
   NewRecordLock(const TableState& State, int32_t Record)
@@ -221,7 +221,7 @@ void UpdateAddNew(TableState& State) {
   State.EngineResult = Record;
   std::optional<NewRecordLock> Lock;
   try {
-    if (State.Engine.LastAllocatedReused) Lock.emplace(State, Record);
+    if (State.Engine.LastAllocatedReused && !State.Engine.Alone) Lock.emplace(State, Record);
     platform::WriteAt(State.DataFileNo, RecordPosition(State, Record), Bytes);
   } catch (...) {
     Lock.reset();

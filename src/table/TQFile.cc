@@ -22,6 +22,7 @@
 #include "records/seek.h"
 #include "records/update.h"
 #include "table/TableState.h"
+#include "table/bulk_load.h"
 #include "table/channel.h"
 #include "table/error_boundary.h"
 #include "table/open_table.h"
@@ -33,8 +34,10 @@ namespace tqdb {
 TQFile::TQFile() : state_(Guard("TQFile", [] { return std::make_unique<TableState>(); })) {}
 
 // Destroying the state closes the table's files and its linked tables; nothing is
-// written and nothing is raised.
-TQFile::~TQFile() = default;
+// written but a running bulk load's key file, and nothing is raised.
+TQFile::~TQFile() { EndBulkLoadQuietly(*state_); }
+
+BulkLoad::~BulkLoad() { EndBulkLoadQuietly(table_.State()); }
 
 void TQFile::OnProgress(std::function<void(int32_t Percentage)> Handler) {
   Guard("OnProgress", [&] {
@@ -49,15 +52,22 @@ void TQFile::OnProgress(std::function<void(int32_t Percentage)> Handler) {
 // names the dictionary directory then).
 int32_t TQFile::OpenFile(const std::string& FileName, const std::string& TableDirectory) {
   return Guard("OpenFile", [&] {
+    tqdb::EndBulkLoad(*state_);
     return tqdb::OpenFile(*state_, platform::Utf8ToCp1252(FileName),
                           platform::Utf8ToCp1252(TableDirectory), !TableDirectory.empty());
   });
 }
 void TQFile::CloseDB() {
-  Guard("CloseDB", [&] { tqdb::CloseDB(*state_); });
+  Guard("CloseDB", [&] {
+    tqdb::EndBulkLoad(*state_);
+    tqdb::CloseDB(*state_);
+  });
 }
 void TQFile::KillDB(bool Confirm) {
-  Guard("KillDB", [&] { tqdb::KillDB(*state_, Confirm); });
+  Guard("KillDB", [&] {
+    if (Confirm) tqdb::EndBulkLoad(*state_);
+    tqdb::KillDB(*state_, Confirm);
+  });
 }
 
 // --- Status and description -----------------------------------------------------------
@@ -184,11 +194,29 @@ std::string TQFile::GetSpecialSeekKeys() {
                [&] { return platform::Cp1252ToUtf8(tqdb::GetSpecialSeekKeys(*state_)); });
 }
 double TQFile::ReIndex() {
-  return Guard("ReIndex", [&] { return tqdb::ReIndex(*state_); });
+  return Guard("ReIndex", [&] {
+    tqdb::EndBulkLoad(*state_);
+    return tqdb::ReIndex(*state_);
+  });
 }
+// A rebuilt table's key file is built from its data file: a bulk-load mark no longer
+// applies.
 double TQFile::Rebuild() {
-  return Guard("Rebuild", [&] { return tqdb::Rebuild(*state_); });
+  return Guard("Rebuild", [&] {
+    tqdb::EndBulkLoad(*state_);
+    const double Minutes = tqdb::Rebuild(*state_);
+    ClearBulkLoadMark(*state_);
+    return Minutes;
+  });
 }
+
+void TQFile::BeginBulkLoad() {
+  Guard("BeginBulkLoad", [&] { tqdb::BeginBulkLoad(*state_); });
+}
+void TQFile::EndBulkLoad() {
+  Guard("EndBulkLoad", [&] { tqdb::EndBulkLoad(*state_); });
+}
+bool TQFile::InBulkLoad() const { return state_->BulkLoadHold != nullptr; }
 
 // --- Query ----------------------------------------------------------------------------
 

@@ -3,6 +3,7 @@
 
 #include "platform/file_pool.h"
 #include "table/TQFile.h"
+#include "table/exclusive_use.h"
 
 namespace tqdb {
 namespace {
@@ -25,6 +26,7 @@ TableState::TableState() { Index = 1; }
 // Closes and frees the data, image and key files' numbers. Nothing is written: an edit in
 // progress is dropped. Linked tables are destroyed with the array that owns them.
 TableState::~TableState() {
+  BulkLoadHold.reset();
   ReleaseQuietly(DataFileNo);
   DataFileNo = 0;
   DataFileOpen = false;

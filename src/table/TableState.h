@@ -19,6 +19,7 @@
 namespace tqdb {
 
 class TQFile;
+class ExclusiveUse;
 
 inline constexpr int kMaxSegments = 5;
 inline constexpr int kLinkedTableSlots = 11;
@@ -91,6 +92,9 @@ struct TableState {
   bool AbsMode = false;
 
   std::array<LinkedTable, kLinkedTableSlots> LinkedTables;
+
+  // Held while a bulk load runs (table/bulk_load.h): the table's exclusive use.
+  std::unique_ptr<ExclusiveUse> BulkLoadHold;
 
   // The Progress event's handler (may be empty).
   std::function<void(int32_t)> Progress;

@@ -3,6 +3,7 @@
 #include "table/open_table.h"
 
 #include <algorithm>
+#include <optional>
 #include <string>
 
 #include "maintenance/audit_archive.h"
@@ -13,8 +14,10 @@
 #include "platform/paths.h"
 #include "platform/scoped_file_number.h"
 #include "table/TQFile.h"
+#include "table/bulk_load.h"
 #include "table/channel.h"
 #include "table/dictionary.h"
+#include "table/exclusive_use.h"
 #include "table/key_file_build.h"
 
 namespace tqdb {
@@ -89,9 +92,11 @@ void RequireExclusiveUse(TableState& State, const std::string& DataFile) {
 }
 
 // Builds the key file again from the dictionary and the data file; success reopens the
-// data file so that it is read afresh.
+// data file so that it is read afresh. The new key file is whole: a bulk-load mark no
+// longer applies.
 void RebuildKeyFile(TableState& State, const std::string& KeyPath, const std::string& DataPath) {
   if (BuildKeyFile(State, KeyPath) != 0) return;
+  ClearBulkLoadMark(State);
   platform::Close(State.DataFileNo);
   OpenDataFile(State, DataPath);
 }
@@ -141,6 +146,14 @@ void OpenRoutine(TableState& State, int OpenIndexFlag, const std::string& Explic
 
   const std::string KeyPath = FileBase(State) + ".tqc";
   bool Recreate = false;
+  // A bulk load that did not end left its mark: the key pages it kept in memory never
+  // reached the key file. Holding the table alone, the key file is deleted so that it is
+  // built again from the data file below, as a missing one is.
+  std::optional<ExclusiveUse> Alone;
+  if (OpenIndexFlag == 1 && platform::FileExists(BulkLoadMarkPath(State))) {
+    Alone.emplace(State.DataFileNo);
+    if (platform::FileExists(KeyPath)) platform::DeleteFile(KeyPath);
+  }
   if (OpenIndexFlag == 1) {
     std::string Tail = "/";
     Tail += std::to_string(State.DataFileNo);

@@ -26,7 +26,9 @@ namespace tqdb {
 // usable key file), 23 when it cannot be created (shown as a message).
 //
 // A missing, unusable or damaged key file is rebuilt silently from the dictionary and the
-// data file, raising Progress. A missing data file is created empty.
+// data file, raising Progress; so is the key file of a bulk load that did not end (its
+// mark is found beside the data file, table/bulk_load.h), which needs the table alone
+// (Fault 70 otherwise). A missing data file is created empty.
 // Raises: Fault 50999 for a missing dictionary (after its message), the dictionary's
 // Faults for a damaged one, Fault 50228 when the key file cannot be rebuilt, Fault 70
 // when another table object holds the table for exclusive use, Fault 55000 from the
