@@ -1,8 +1,9 @@
 // The kill-point sweep: a process applying a change (AddNew, Delete, Edit of key fields,
-// Rebuild, ReIndex) is killed before each of its file changes in turn (kill_switch.h), so every
-// state a crash can leave on disk is tried. Afterwards a reader finds every record the change did
-// not touch exactly once, by seeking and walking both keys; and a repair (Rebuild, or the
-// rebuild at open of a deleted key file) leaves sound keys over exactly the records the data
+// Rebuild, ReIndex, a bulk load) is killed before each of its file changes in turn
+// (kill_switch.h), so every state a crash can leave on disk is tried. Afterwards a reader finds
+// every record the change did not touch exactly once, by seeking and walking both keys; and a
+// repair (Rebuild, or the rebuild at open of a deleted key file) leaves sound keys over exactly
+// the records the data
 // file holds.
 #include <gtest/gtest.h>
 
@@ -42,6 +43,7 @@ struct Change {
   std::set<std::string> Touched;
   bool BuiltByRebuild = false;
   int Records = 300;
+  bool OpenRepairs = false;  // the next open alone leaves sound keys over the data file
 };
 
 void PrintTo(const Change& C, std::ostream* Out) { *Out << C.Name; }
@@ -78,6 +80,15 @@ std::vector<Change> Changes() {
                    for (const std::string& Clave : Many) AddMovement(T, Clave);
                  },
                  Many, true});
+  // A bulk load over a key file big enough to be written in several pieces at its end.
+  const std::set<std::string> Five = {"MBASE0000", "MBASE0150A", "MZZZ", "MB", "MC"};
+  All.push_back({"FiveAddNewsInABulkLoad",
+                 [Five](TQFile& T) {
+                   BulkLoad Scope(T);
+                   for (const std::string& Clave : Five) AddMovement(T, Clave);
+                   Scope.End();
+                 },
+                 Five, false, 2000, true});
   for (const int I : {1, 150, 300}) {
     All.push_back({"Delete" + BaseClave(I),
                    [I](TQFile& T) {
@@ -148,16 +159,17 @@ class KillPointSweep : public ::testing::TestWithParam<Change> {
     for (const std::string& Clave : Survivors()) EXPECT_GT(T.SeekKey(Variant(Clave)), 0) << Clave;
   }
 
-  void ExpectRepairRestores(const TempDir& Crashed, bool ByRebuild) {
-    SCOPED_TRACE(ByRebuild ? "repaired by Rebuild" : "key file rebuilt at open");
+  enum class Repair { ByRebuild, KeyFileDeleted, OpenAlone };
+  void ExpectRepairRestores(const TempDir& Crashed, Repair How) {
+    SCOPED_TRACE("repair " + std::to_string(static_cast<int>(How)));
     TempDir Dir;
     CopyDir(Crashed, Dir);
     const std::multiset<std::string> Written = ClavesInDataFile(Dir.Read("MOVIM01.tqd"));
     TQFile T;
-    if (ByRebuild) {
+    if (How == Repair::ByRebuild) {
       T.OpenFile(Dir.File("MOVIM01"), Dir.Dir());
       T.Rebuild();
-    } else {
+    } else if (How == Repair::KeyFileDeleted) {
       std::filesystem::remove(FindFile(Dir, "MOVIM01.TQC"));
     }
     ASSERT_EQ(T.OpenFile(Dir.File("MOVIM01"), Dir.Dir()), 0);
@@ -205,9 +217,10 @@ TEST_P(KillPointSweep, EveryStateACrashLeavesIsReadableAndRepairable) {
     const bool Completed = Child.Succeeded();
     ASSERT_TRUE(Completed || Child.Killed()) << Child.Outcome();
     try {
+      if (C.OpenRepairs) ExpectRepairRestores(Dir, Repair::OpenAlone);  // before the reader's open
       ExpectReaderSeesSurvivors(Dir);
-      ExpectRepairRestores(Dir, true);
-      ExpectRepairRestores(Dir, false);
+      ExpectRepairRestores(Dir, Repair::ByRebuild);
+      ExpectRepairRestores(Dir, Repair::KeyFileDeleted);
     } catch (const TQError& Error) {
       ADD_FAILURE() << Error.Number() << " " << Error.Description();
     }
