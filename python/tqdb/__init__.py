@@ -13,6 +13,7 @@ The library is $TQDB_LIBRARY when set, else libtqdb.so.0 beside this package, el
 on the system's library path. A Table is used from one thread at a time.
 """
 
+import contextlib
 import ctypes
 import datetime
 from collections.abc import Mapping
@@ -133,6 +134,16 @@ class Table:
         self._call("add_new")
         self._write(values)
         return self._row()
+
+    @contextlib.contextmanager
+    def bulk_load(self):
+        """with table.bulk_load(): ... adds many records at once. The table is held alone
+        meanwhile (other opens fail with 70) and its keys are written once at the end."""
+        self._call("begin_bulk_load")
+        try:
+            yield self
+        finally:
+            self._call("end_bulk_load")
 
     def sum(self, field, filter):  # noqa: A002
         """The total of a numeric field over the records the filter selects."""

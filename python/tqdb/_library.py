@@ -35,6 +35,8 @@ _FUNCTIONS = {
     "edit": [_handle],
     "update": [_handle],
     "delete": [_handle, ctypes.c_int32],
+    "begin_bulk_load": [_handle],
+    "end_bulk_load": [_handle],
     "filter": [_handle, _text],
     "sort": [_handle, _text],
     "sum": [_handle, _text, _double_out],

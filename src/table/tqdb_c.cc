@@ -339,6 +339,12 @@ int tqdb_update(tqdb_table* Table) {
 int tqdb_delete(tqdb_table* Table, int32_t BookMark) {
   return Call(Table, [&](tqdb_table& T) { T.File.Delete(BookMark); });
 }
+int tqdb_begin_bulk_load(tqdb_table* Table) {
+  return Call(Table, [](tqdb_table& T) { T.File.BeginBulkLoad(); });
+}
+int tqdb_end_bulk_load(tqdb_table* Table) {
+  return Call(Table, [](tqdb_table& T) { T.File.EndBulkLoad(); });
+}
 
 int tqdb_filter(tqdb_table* Table, const char* Expression) {
   return Call(Table, [&](tqdb_table& T) { T.File.Filter(Need(Expression)); });

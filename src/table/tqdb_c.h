@@ -141,6 +141,11 @@ TQDB_API int tqdb_update(tqdb_table* table);
 /* Deletes record bookmark; a walk goes on from where it stood. With a filter in force, -1
  * deletes every record of the filter's result. */
 TQDB_API int tqdb_delete(tqdb_table* table, int32_t bookmark);
+/* A bulk load (TQFile::BeginBulkLoad): the table is held alone and the key file's changes
+ * are kept in memory until tqdb_end_bulk_load (or tqdb_close) writes them. Meanwhile every
+ * other open of the table fails with 70; 70 here when another handle has it open. */
+TQDB_API int tqdb_begin_bulk_load(tqdb_table* table);
+TQDB_API int tqdb_end_bulk_load(tqdb_table* table);
 
 /* --- Query ---------------------------------------------------------------------------- */
 

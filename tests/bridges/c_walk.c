@@ -112,7 +112,8 @@ int main(int argc, char** argv) {
   CHECK(strcmp(text(t, "CLIENTE"), "000001") == 0);
   OK(tqdb_filter(t, ""));
 
-  /* A record added, read back, edited and deleted. */
+  /* A record added (in a bulk load), read back, edited and deleted. */
+  OK(tqdb_begin_bulk_load(t));
   OK(tqdb_add_new(t));
   OK(tqdb_set_text(t, "CLIENTE", "000999"));
   OK(tqdb_set_text(t, "NOMBRE", "Ibáñez Núñez, Íñigo"));
@@ -120,6 +121,7 @@ int main(int argc, char** argv) {
   OK(tqdb_set_double(t, "SALDO", 12.5));
   OK(tqdb_set_int64(t, "LIMITE", 5000));
   OK(tqdb_update(t));
+  OK(tqdb_end_bulk_load(t));
   OK(tqdb_bookmark(t, &record));
   CHECK(record == 201);
   CHECK(seek(t, "000999", TQDB_SEEK_FIRST_EQ) == 201);

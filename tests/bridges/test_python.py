@@ -69,8 +69,9 @@ class PythonPackageTest(unittest.TestCase):
 
     def test_add_update_delete(self):
         leap_day = datetime.date(2064, 2, 29)
-        added = self.table.add({"CLIENTE": "000999", "NOMBRE": "Ibáñez Núñez, Íñigo",
-                                "SALDO": 12.5, "ALTA": leap_day, "LIMITE": 5000})
+        with self.table.bulk_load():
+            added = self.table.add({"CLIENTE": "000999", "NOMBRE": "Ibáñez Núñez, Íñigo",
+                                    "SALDO": 12.5, "ALTA": leap_day, "LIMITE": 5000})
         self.assertEqual((added.bookmark, added["NOMBRE"], added["ALTA"]),
                          (201, "Ibáñez Núñez, Íñigo", leap_day))
         added.update({"SALDO": 0.25, "ALTA": None})

@@ -48,7 +48,7 @@ if(shared)
   string(REGEX MATCHALL "tqdb::[A-Za-z_]+[=]*" names "${step_output}")
   list(REMOVE_DUPLICATES names)
   list(REMOVE_ITEM names tqdb::TQFile tqdb::Variant tqdb::TQError tqdb::Date tqdb::VarType
-       tqdb::MessageIcon tqdb::SeekEnum tqdb::SetMessageSink tqdb::operator==)
+       tqdb::MessageIcon tqdb::SeekEnum tqdb::SetMessageSink tqdb::operator== tqdb::BulkLoad)
   if(names)
     message(FATAL_ERROR "libtqdb.so exports names outside the public interface: ${names}")
   endif()
