@@ -1,5 +1,6 @@
 #include "import_values.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -48,11 +49,32 @@ std::optional<Variant> NumberValue(const FieldShape& Field, const std::string& T
 
 bool IsLeapYear(int Year) { return (Year % 4 == 0 && Year % 100 != 0) || Year % 400 == 0; }
 
+bool IsDigit(char C) { return C >= '0' && C <= '9'; }
+
+// The usual shapes dd/mm/yy and dd/mm/yyyy, read without sscanf (an import reads one per
+// row); false for any other text, which sscanf then reads.
+bool ReadPlainDate(const std::string& Text, int& Day, int& Month, int& Year) {
+  if ((Text.size() != 8 && Text.size() != 10) || Text[2] != '/' || Text[5] != '/') return false;
+  int Value[3] = {0, 0, 0};
+  for (size_t I = 0, Part = 0; I < Text.size(); ++I) {
+    if (I == 2 || I == 5) {
+      ++Part;
+    } else if (IsDigit(Text[I])) {
+      Value[Part] = Value[Part] * 10 + (Text[I] - '0');
+    } else {
+      return false;
+    }
+  }
+  Day = Value[0], Month = Value[1], Year = Value[2];
+  return true;
+}
+
 std::optional<Variant> DateValue(const FieldShape& Field, const std::string& Text,
                                  std::string& Problem) {
   int Day = 0, Month = 0, Year = 0;
   char Tail = 0;
-  const bool Read = std::sscanf(Text.c_str(), "%2d/%2d/%4d%c", &Day, &Month, &Year, &Tail) == 3;
+  const bool Read = ReadPlainDate(Text, Day, Month, Year) ||
+                    std::sscanf(Text.c_str(), "%2d/%2d/%4d%c", &Day, &Month, &Year, &Tail) == 3;
   const size_t YearDigits = Text.size() - Text.rfind('/') - 1;
   if (!Read || (YearDigits != 2 && YearDigits != 4)) {
     return Refuse(Problem, Field.Name + ": '" + Text + "' is not a date dd/mm/yyyy");
@@ -65,15 +87,28 @@ std::optional<Variant> DateValue(const FieldShape& Field, const std::string& Tex
     return Refuse(Problem,
                   Field.Name + ": '" + Text + "' is not a date between 01/01/1900 and 31/12/2099");
   }
-  char Stored[48];
-  std::snprintf(Stored, sizeof Stored, "%02d/%02d/%04d", Day, Month, Year);
-  return Variant(std::string(Stored));
+  std::string Stored = "00/00/0000";
+  auto Put = [&Stored](size_t At, int Value, size_t Digits) {
+    for (size_t I = Digits; I-- > 0; Value /= 10)
+      Stored[At + I] = static_cast<char>('0' + Value % 10);
+  };
+  Put(0, Day, 2);
+  Put(3, Month, 2);
+  Put(6, Year, 4);
+  return Variant(std::move(Stored));
+}
+
+// Printable ASCII is the same text in UTF-8 and in Windows-1252.
+bool IsPrintableAscii(const std::string& Text) {
+  return std::all_of(Text.begin(), Text.end(), [](char C) { return C >= 0x20 && C < 0x7F; });
 }
 
 std::optional<Variant> TextValue(const FieldShape& Field, const std::string& Text,
                                  std::string& Problem) {
-  const std::string Stored = platform::Utf8ToCp1252(Text);
-  if (platform::Cp1252ToUtf8(Stored) != Text) {
+  const bool Plain = IsPrintableAscii(Text);
+  const std::string Converted = Plain ? std::string() : platform::Utf8ToCp1252(Text);
+  const std::string& Stored = Plain ? Text : Converted;
+  if (!Plain && platform::Cp1252ToUtf8(Stored) != Text) {
     return Refuse(Problem, Field.Name + ": '" + Text +
                                "' holds characters the table's code page (Windows-1252) lacks");
   }

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <vector>
 
 #include "platform/codepage.h"
 #include "platform/paths.h"
@@ -22,9 +23,15 @@ std::string LinuxPath(const std::string& Path) {
 std::string ReadWholeFile(const std::string& Path) {
   std::ifstream In(LinuxPath(Path), std::ios::binary);
   if (!In) throw ToolError("cannot read " + Path + ": " + std::strerror(errno));
-  std::ostringstream Bytes;
-  Bytes << In.rdbuf();
-  return Bytes.str();
+  // In large pieces: copying the stream buffer into a string stream goes a byte run at a
+  // time and costs more than the reading.
+  std::string Bytes;
+  std::vector<char> Piece(size_t{1} << 20);
+  while (In.read(Piece.data(), static_cast<std::streamsize>(Piece.size())) || In.gcount() > 0) {
+    Bytes.append(Piece.data(), static_cast<size_t>(In.gcount()));
+  }
+  if (In.bad()) throw ToolError("cannot read " + Path + ": " + std::strerror(errno));
+  return Bytes;
 }
 
 void WriteWholeFile(const std::string& Path, const std::string& Bytes) {
