@@ -20,6 +20,7 @@
 #include <cstring>
 #include <limits>
 #include <mutex>
+#include <utility>
 
 #include "platform/fault.h"
 #include "platform/paths.h"
@@ -47,6 +48,12 @@ struct Slot {
   // The length the file is known to have at least: as seen when opened or asked, as
   // extended by this process's writes, as found by reads that went beyond it.
   int64_t KnownLength = 0;
+  // Write-behind (BeginWriteBehind): the bytes of consecutive writes not written yet, the
+  // offset they go to, and the fault of a write of gathered bytes that failed (0: none).
+  bool Gathering = false;
+  std::string Gathered;
+  off_t GatheredAt = 0;
+  int32_t GatherFault = 0;
 };
 
 struct Pool {
@@ -64,12 +71,53 @@ std::atomic<uint64_t> ReadCount{0}, MappedReadCount{0}, WriteCount{0}, LockCount
 
 bool InRange(FileNo Number) { return Number >= kFirstNumber && Number <= kLastNumber; }
 
+// Most write-behind gathers before it writes.
+constexpr size_t kGatherLimit = size_t{16} << 10;
+
+// Writes the bytes gathered in S, under the pool's mutex. On failure they are dropped and
+// the fault kept for EndWriteBehind.
+void WriteGathered(Slot& S) {
+  if (S.Gathered.empty()) return;
+  const std::string Bytes = std::move(S.Gathered);
+  S.Gathered.clear();
+  for (size_t Done = 0; Done < Bytes.size();) {
+    ++WriteCount;
+    const auto Offset = static_cast<off_t>(S.GatheredAt + static_cast<off_t>(Done));
+    const ssize_t Put = ::pwrite(S.Fd, Bytes.data() + Done, Bytes.size() - Done, Offset);
+    if (Put < 0 && errno == EINTR) continue;
+    if (Put <= 0) {
+      S.GatherFault = Put == 0 ? kDiskFull : FaultNumberFromErrno(errno);
+      throw Fault(S.GatherFault);
+    }
+    Done += static_cast<size_t>(Put);
+  }
+  S.KnownLength = std::max<int64_t>(S.KnownLength, S.GatheredAt + std::ssize(Bytes));
+}
+
 // The slot of an open Number, to be used under the pool's mutex; Fault 52 when none.
+// Whatever the slot gathered is written first: every other use of the file sees it.
 Slot& OpenSlot(Pool& P, FileNo Number) {
   if (!InRange(Number)) throw Fault(kBadFileNumber);
   Slot& S = P.Slots[Number];
   if (S.Fd < 0) throw Fault(kBadFileNumber);
+  WriteGathered(S);
   return S;
+}
+
+// Keeps Bytes for Offset when Number gathers its writes; false when it does not. Gathered
+// bytes that Bytes do not follow on from, or that would grow past the limit, are written
+// first.
+bool Gather(FileNo Number, off_t Offset, std::span<const uint8_t> Bytes) {
+  if (!InRange(Number)) return false;
+  Pool& P = ThePool();
+  std::lock_guard Lock(P.Mutex);
+  Slot& S = P.Slots[Number];
+  if (!S.Gathering || S.Fd < 0) return false;
+  const bool FollowsOn = Offset == S.GatheredAt + std::ssize(S.Gathered);
+  if (!FollowsOn || S.Gathered.size() + Bytes.size() > kGatherLimit) WriteGathered(S);
+  if (S.Gathered.empty()) S.GatheredAt = Offset;
+  S.Gathered.append(reinterpret_cast<const char*>(Bytes.data()), Bytes.size());
+  return true;
 }
 
 // The descriptor open on Number; Fault 52 when none.
@@ -289,6 +337,13 @@ void Close(FileNo Number) {
     Pool& P = ThePool();
     std::lock_guard Lock(P.Mutex);
     Slot& S = P.Slots[Number];
+    try {
+      if (S.Fd >= 0) WriteGathered(S);  // best effort: EndWriteBehind reports failures
+    } catch (const Fault&) {
+    }
+    S.Gathering = false;
+    S.Gathered.clear();
+    S.GatherFault = 0;
     Unmap(S);
     Fd = S.Fd;
     S.Fd = -1;
@@ -381,8 +436,9 @@ std::string ReadAt(FileNo Number, int64_t Position, int64_t Count) {
 }
 
 void WriteAt(FileNo Number, int64_t Position, std::span<const uint8_t> Bytes) {
-  const int Fd = FdOf(Number);
   off_t Offset = OffsetOf(Position, Bytes.size());
+  if (Gather(Number, Offset, Bytes)) return;
+  const int Fd = FdOf(Number);
   size_t Done = 0;
   while (Done < Bytes.size()) {
     ++WriteCount;
@@ -449,6 +505,28 @@ void WritableMapping::Unmap() noexcept {
   }
   data_ = nullptr;
   size_ = 0;
+}
+
+void BeginWriteBehind(FileNo Number) {
+  Pool& P = ThePool();
+  std::lock_guard Lock(P.Mutex);
+  Slot& S = OpenSlot(P, Number);
+  S.Gathering = true;
+  S.GatherFault = 0;
+}
+
+void EndWriteBehind(FileNo Number) {
+  Pool& P = ThePool();
+  std::lock_guard Lock(P.Mutex);
+  if (!InRange(Number) || P.Slots[Number].Fd < 0) throw Fault(kBadFileNumber);
+  Slot& S = P.Slots[Number];
+  S.Gathering = false;
+  try {
+    WriteGathered(S);
+  } catch (const Fault&) {
+  }
+  const int32_t Failed = std::exchange(S.GatherFault, 0);
+  if (Failed != 0) throw Fault(Failed);
 }
 
 void Sync(FileNo Number) {

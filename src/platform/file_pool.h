@@ -64,6 +64,17 @@ void Sync(FileNo Number);
 // finds little left to do. Only a hint: failures are ignored.
 void StartWriteBack(FileNo Number);
 
+// Write-behind on Number (a bulk load's data file, which nobody else has open): writes
+// that follow on from each other are gathered and written in one pwrite when a write
+// does not follow on, when 16 KiB are gathered, or before anything else is done with the
+// number (read, length, lock, sync, close...), so that this process sees them at once. A
+// killed process loses what was gathered. A failed write of gathered bytes raises where
+// it happens and, gathered bytes of earlier calls being lost, again in EndWriteBehind.
+void BeginWriteBehind(FileNo Number);
+// Writes what is gathered and ends write-behind; raises the fault of any failed write of
+// gathered bytes since BeginWriteBehind. Close ends it too, writing what it can.
+void EndWriteBehind(FileNo Number);
+
 // Byte-range locks on open file descriptions (F_OFD_SETLK): two descriptors exclude each
 // other whether they belong to one process or two, and closing one descriptor never drops
 // another's locks. First and Last are 1-based inclusive positions; Last = kToEnd locks to

@@ -43,6 +43,7 @@ void BeginBulkLoad(TableState& State) {
     // The header as it is on disk now; in image mode the copy in memory is the truth.
     engine::ReadHeader(Engine);
     engine::BeginKeyFileImage(Engine);
+    platform::BeginWriteBehind(State.DataFileNo);
   } catch (...) {
     Engine.ImageMode = false;
     Engine.Image.clear();
@@ -59,6 +60,9 @@ void EndBulkLoad(TableState& State) {
   EngineState& Engine = State.Engine;
   Engine.Alone = false;
   try {
+    // The records first: a key written for a record whose bytes were lost would name a
+    // record that is not there.
+    platform::EndWriteBehind(State.DataFileNo);
     if (Engine.ImageMode) engine::FlushKeyFileImage(Engine);
     platform::Sync(Engine.KeyFileNo);
   } catch (...) {

@@ -5,9 +5,10 @@
 // the bulk-load mark (directory + name + suffix + ".tqb") and turns on the engine's memory
 // image of the key file: from then on key pages are read and written in memory, the
 // header too, and neither the key-file lock nor the lock of a new record is taken (nobody
-// else can have the table open). Records still go to the data file as they are added, so
-// that reads see them at once. End writes the image into the key file, syncs it, deletes
-// the mark and shares the table again.
+// else can have the table open). New records are gathered and written to the data file
+// 16 KiB at a time (platform::BeginWriteBehind); any read of the file writes them first,
+// so reads see them at once. End writes the rest of the records, then the image into the
+// key file, syncs it, deletes the mark and shares the table again.
 //
 // Crash rule: while the mark exists the key file on disk cannot be trusted. The next open
 // (and ReIndex, Rebuild) builds the key file again from the data file and deletes the
@@ -28,8 +29,9 @@ std::string BulkLoadMarkPath(const TableState& State);
 // table open; then nothing is changed.
 void BeginBulkLoad(TableState& State);
 
-// Ends the bulk load; nothing happens without one. The key file is written, synced, then
-// the mark deleted. When the write fails the fault passes on, the mark stays (the next
+// Ends the bulk load; nothing happens without one. The gathered records and the key file
+// are written, the key file synced, then the mark deleted. When a write fails (a record
+// write that failed earlier counts too) the fault passes on, the mark stays (the next
 // open repairs the key file), the key file is closed (the table must be opened again) and
 // the bulk load is over all the same.
 void EndBulkLoad(TableState& State);
