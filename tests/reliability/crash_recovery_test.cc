@@ -3,8 +3,7 @@
 // (kill_switch.h), so every state a crash can leave on disk is tried. Afterwards a reader finds
 // every record the change did not touch exactly once, by seeking and walking both keys; and a
 // repair (Rebuild, or the rebuild at open of a deleted key file) leaves sound keys over exactly
-// the records the data
-// file holds.
+// the records the data file holds.
 #include <gtest/gtest.h>
 
 #include <chrono>
