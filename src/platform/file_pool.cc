@@ -71,7 +71,7 @@ std::atomic<uint64_t> ReadCount{0}, MappedReadCount{0}, WriteCount{0}, LockCount
 
 bool InRange(FileNo Number) { return Number >= kFirstNumber && Number <= kLastNumber; }
 
-// Most write-behind gathers before it writes.
+// The most a write-behind gathers before it writes.
 constexpr size_t kGatherLimit = size_t{16} << 10;
 
 // Writes the bytes gathered in S, under the pool's mutex. On failure they are dropped and
