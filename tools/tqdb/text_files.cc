@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <vector>
@@ -26,6 +27,9 @@ std::string ReadWholeFile(const std::string& Path) {
   // In large pieces: copying the stream buffer into a string stream goes a byte run at a
   // time and costs more than the reading.
   std::string Bytes;
+  std::error_code Unknown;  // a pipe has no size: the string grows as it is read
+  const auto Size = std::filesystem::file_size(LinuxPath(Path), Unknown);
+  if (!Unknown) Bytes.reserve(static_cast<size_t>(Size));
   std::vector<char> Piece(size_t{1} << 20);
   while (In.read(Piece.data(), static_cast<std::streamsize>(Piece.size())) || In.gcount() > 0) {
     Bytes.append(Piece.data(), static_cast<size_t>(In.gcount()));
