@@ -186,9 +186,9 @@ void LoadSortedKeys(EngineState& Engine, const Dictionary& Dict, const DataFile&
       return;
     }
     for (size_t K = 0; K < Keys.size(); ++K) {
-      Keys[K] = KeyTextFromRecord(Dict, static_cast<int16_t>(K + 1), Bytes, true);
+      KeyTextFromRecordInto(Dict, static_cast<int16_t>(K + 1), Bytes, Keys[K]);
     }
-    Table.AddRow(Keys, Record);
+    Table.AddRow(Keys, Record, true);
   });
   KeyBulkBuilder Builder(Engine);
   std::string Text;

@@ -20,7 +20,8 @@ using platform::Fault;
 
 struct RankTables {
   std::array<uint8_t, 256> Rank{};
-  std::array<uint8_t, 256> Byte{};  // the inverse: the byte of each rank
+  std::array<uint8_t, 256> UpperRank{};  // the rank of each byte's upper case
+  std::array<uint8_t, 256> Byte{};       // the inverse of Rank: the byte of each rank
 };
 
 // One row while a column is sorted: 8 bytes of its text, from the offset being compared,
@@ -40,6 +41,9 @@ const RankTables& Ranks() {
       Seen[R] = true;
       T.Rank[static_cast<size_t>(B)] = R;
       T.Byte[R] = static_cast<uint8_t>(B);
+    }
+    for (int B = 0; B < 256; ++B) {
+      T.UpperRank[static_cast<size_t>(B)] = T.Rank[platform::UpperByte(static_cast<uint8_t>(B))];
     }
     return T;
   }();
@@ -83,7 +87,7 @@ KeyTextTable::KeyTextTable(std::vector<int> KeyLengths, int Width, int64_t Expec
   }
 }
 
-void KeyTextTable::AddRow(const std::vector<std::string>& Texts, int32_t Record) {
+void KeyTextTable::AddRow(const std::vector<std::string>& Texts, int32_t Record, bool Upper) {
   if (Texts.size() != columns_.size() || Record <= last_record_) {
     throw Fault(platform::kInvalidCall);
   }
@@ -96,6 +100,7 @@ void KeyTextTable::AddRow(const std::vector<std::string>& Texts, int32_t Record)
   if (static_cast<int>(Padded.size()) != width_) throw Fault(platform::kOverflow);
   std::memcpy(Number, Padded.data(), Padded.size());
   const RankTables& R = Ranks();
+  const std::array<uint8_t, 256>& TextRank = Upper ? R.UpperRank : R.Rank;
   for (size_t K = 0; K < columns_.size(); ++K) {
     Column& C = columns_[K];
     const std::string& Text = Texts[K];
@@ -103,7 +108,7 @@ void KeyTextTable::AddRow(const std::vector<std::string>& Texts, int32_t Record)
     C.Rows.resize(Start + static_cast<size_t>(C.Length + width_));
     uint8_t* Row = C.Rows.data() + Start;
     const size_t Copied = std::min(Text.size(), static_cast<size_t>(C.Length));
-    for (size_t I = 0; I < Copied; ++I) Row[I] = R.Rank[static_cast<uint8_t>(Text[I])];
+    for (size_t I = 0; I < Copied; ++I) Row[I] = TextRank[static_cast<uint8_t>(Text[I])];
     for (size_t I = Copied; I < static_cast<size_t>(C.Length); ++I) Row[I] = R.Rank[' '];
     for (int I = 0; I < width_; ++I) Row[C.Length + I] = R.Rank[static_cast<uint8_t>(Number[I])];
   }

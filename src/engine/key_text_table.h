@@ -32,9 +32,10 @@ class KeyTextTable {
   int64_t Rows() const { return rows_; }
 
   // Adds the row of one record: Texts[k] is its text for key k (cut or padded with blanks
-  // to the key's length). Records are numbered by the caller, 1 and up, below 10^Width,
-  // each row's number above the one before (Fault 5 otherwise).
-  void AddRow(const std::vector<std::string>& Texts, int32_t Record);
+  // to the key's length; upper-cased on the way in when Upper is set). Records are
+  // numbered by the caller, 1 and up, below 10^Width, each row's number above the one
+  // before (Fault 5 otherwise).
+  void AddRow(const std::vector<std::string>& Texts, int32_t Record, bool Upper = false);
 
   // Sorts key Key's rows. REQUIRES: 0 <= Key < Keys(). No row may be added afterwards.
   void Sort(int Key);

@@ -162,10 +162,10 @@ int32_t CopyRecords(TableState& State, platform::FileNo Target, KeyTextTable* Ta
       ++Kept;
       if (Table != nullptr) {
         for (int K = 1; K <= Table->Keys(); ++K) {
-          Texts[static_cast<size_t>(K - 1)] =
-              KeyTextFromRecord(State, static_cast<int16_t>(K), Record, true);
+          KeyTextFromRecordInto(State, static_cast<int16_t>(K), Record,
+                                Texts[static_cast<size_t>(K - 1)]);
         }
-        Table->AddRow(Texts, Kept);
+        Table->AddRow(Texts, Kept, true);
       }
       Progress.RecordKept();
     }

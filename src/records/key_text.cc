@@ -29,9 +29,9 @@ std::string DateKeyText(const Variant& Value) {
 
 // Works on any member set with the dictionary's field and key arrays.
 template <typename Layout>
-std::string FromRecord(const Layout& L, int16_t Key, std::string_view Record, bool Upper) {
+void FromRecordInto(const Layout& L, int16_t Key, std::string_view Record, std::string& Text) {
   if (Key < 1 || Key > kMaxKeys) throw platform::Fault(platform::kSubscript);
-  std::string Text;
+  Text.clear();
   for (int S = 1; S <= L.KeySegCount[Key] && S <= kMaxSegments; ++S) {
     const int Field = L.KeySegField[Key][S];
     if (Field < 1 || static_cast<size_t>(Field) >= L.FieldOffset.size()) {
@@ -50,6 +50,12 @@ std::string FromRecord(const Layout& L, int16_t Key, std::string_view Record, bo
   }
   if (L.KeySegCount[Key] == 0 && Key <= L.KeyCount)
     Text.assign(1, ' ');  // a key number left unused
+}
+
+template <typename Layout>
+std::string FromRecord(const Layout& L, int16_t Key, std::string_view Record, bool Upper) {
+  std::string Text;
+  FromRecordInto(L, Key, Record, Text);
   if (Upper) platform::UpperCaseInPlace(Text);
   return Text;
 }
@@ -81,6 +87,16 @@ std::string KeyTextFromValues(const std::vector<Variant>& Values) {
 std::string KeyTextFromRecord(const TableState& State, int16_t Key, std::string_view Record,
                               bool Upper) {
   return FromRecord(State, Key, Record, Upper);
+}
+
+void KeyTextFromRecordInto(const TableState& State, int16_t Key, std::string_view Record,
+                           std::string& Text) {
+  FromRecordInto(State, Key, Record, Text);
+}
+
+void KeyTextFromRecordInto(const Dictionary& Dict, int16_t Key, std::string_view Record,
+                           std::string& Text) {
+  FromRecordInto(Dict, Key, Record, Text);
 }
 
 std::string KeyTextFromRecord(const Dictionary& Dict, int16_t Key, std::string_view Record,

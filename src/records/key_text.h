@@ -32,6 +32,11 @@ std::string KeyTextFromRecord(const TableState& State, int16_t Key, std::string_
                               bool Upper);
 std::string KeyTextFromRecord(const Dictionary& Dict, int16_t Key, std::string_view Record,
                               bool Upper);
+// The same, not upper-cased, into Text (whose room is reused: for passes over many records).
+void KeyTextFromRecordInto(const TableState& State, int16_t Key, std::string_view Record,
+                           std::string& Text);
+void KeyTextFromRecordInto(const Dictionary& Dict, int16_t Key, std::string_view Record,
+                           std::string& Text);
 
 // The length of key Key in the key file: the plain sum of its segment lengths, or 1 for
 // a key number the dictionary leaves unused, so that every key of the file is a sound key
