@@ -51,33 +51,22 @@ TableSpec Spec() {
   return Table;
 }
 
+// An in-memory SQLite database; Query returns each row's columns as text.
 class Sql {
  public:
   Sql() { sqlite3_open(":memory:", &db_); }
   ~Sql() { sqlite3_close(db_); }
-  void Exec(const std::string& Text) {
+  std::vector<std::vector<std::string>> Query(const std::string& Text) {
+    std::vector<std::vector<std::string>> Rows;
     char* Error = nullptr;
-    ASSERT_EQ(sqlite3_exec(db_, Text.c_str(), nullptr, nullptr, &Error), SQLITE_OK)
+    const auto Collect = [](void* Out, int Count, char** Cells, char**) {
+      static_cast<decltype(Rows)*>(Out)->emplace_back(Cells, Cells + Count);
+      return 0;
+    };
+    EXPECT_EQ(sqlite3_exec(db_, Text.c_str(), Collect, &Rows, &Error), SQLITE_OK)
         << (Error ? Error : "") << "\n"
         << Text;
-  }
-  // Each row's columns as text.
-  std::vector<std::vector<std::string>> Query(const std::string& Text) {
-    sqlite3_stmt* Statement = nullptr;
-    std::vector<std::vector<std::string>> Rows;
-    if (sqlite3_prepare_v2(db_, Text.c_str(), -1, &Statement, nullptr) != SQLITE_OK) {
-      ADD_FAILURE() << sqlite3_errmsg(db_) << "\n" << Text;
-      return Rows;
-    }
-    while (sqlite3_step(Statement) == SQLITE_ROW) {
-      std::vector<std::string> Columns;
-      for (int I = 0; I < sqlite3_column_count(Statement); ++I) {
-        const unsigned char* Cell = sqlite3_column_text(Statement, I);
-        Columns.emplace_back(Cell ? reinterpret_cast<const char*>(Cell) : "");
-      }
-      Rows.push_back(std::move(Columns));
-    }
-    sqlite3_finalize(Statement);
+    sqlite3_free(Error);
     return Rows;
   }
 
@@ -87,11 +76,7 @@ class Sql {
 
 std::string Number(double Value) {
   char Buffer[32];
-  if (Value == static_cast<int>(Value)) {
-    std::snprintf(Buffer, sizeof Buffer, "%d", static_cast<int>(Value));
-  } else {
-    std::snprintf(Buffer, sizeof Buffer, "%.2f", Value);
-  }
+  std::snprintf(Buffer, sizeof Buffer, "%g", Value);
   return Buffer;
 }
 
@@ -216,18 +201,18 @@ class FilterDifferentialTest : public ::testing::Test {
     }
     const std::string Path = testing::WriteTable(Dir, "CLIEN", "01", Table, Records);
     File = testing::OpenAt(Dir, Path);
-    Db.Exec(
+    Db.Query(
         "CREATE TABLE t(rec INTEGER PRIMARY KEY, NOMBRE TEXT, CIUDAD TEXT, EDAD INTEGER, "
         "SALDO REAL, CANTIDAD INTEGER, PRECIO REAL, CODIGO TEXT)");
-    Db.Exec("BEGIN");
+    Db.Query("BEGIN");
     for (size_t N = 1; N < Rows.size(); ++N) {
       const Row& R = Rows[N];
       if (R.Deleted) continue;
-      Db.Exec("INSERT INTO t VALUES(" + std::to_string(N) + ",'" + R.Nombre + "','" + R.Ciudad +
-              "'," + std::to_string(R.Edad) + "," + Number(R.Saldo) + "," +
-              std::to_string(R.Cantidad) + "," + Number(R.Precio) + ",'" + R.Codigo + "')");
+      Db.Query("INSERT INTO t VALUES(" + std::to_string(N) + ",'" + R.Nombre + "','" + R.Ciudad +
+               "'," + std::to_string(R.Edad) + "," + Number(R.Saldo) + "," +
+               std::to_string(R.Cantidad) + "," + Number(R.Precio) + ",'" + R.Codigo + "')");
     }
-    Db.Exec("COMMIT");
+    Db.Query("COMMIT");
   }
 
   // The records of the view, each with the number of times it is listed.

@@ -3,8 +3,7 @@
 // public operation runs on the table in a forked process with a time limit. Each must end in
 // a TQError with the system's own number and description, or in a defined status: never in
 // a crash, a hang, an out-of-bounds access (the suite also runs under ASan) or another
-// exception. TQDB_DAMAGE_CASES raises the random cases per file; TQDB_DAMAGE_TRACE prints
-// every error met.
+// exception. TQDB_DAMAGE_CASES raises the random cases per file.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -51,12 +50,11 @@ const TableSpec kSpec{
      {"MEMO", 74, 12}},
     {KeySpec{{{1, 1, 8}}}, KeySpec{{{2, 1, 20}, {1, 1, 8}}}, KeySpec{{{4, 1, 6}}}}};
 
-// Runs every public operation on DANOS01 in Dir, counting the TQErrors by number; Problems
-// are other exceptions, errors without a proper number or description, and locks left.
+// Runs every public operation on DANOS01 in Dir; Problems are other exceptions, errors
+// without a proper number or description, and locks left.
 class Exerciser {
  public:
-  Exerciser(const TempDir& Dir) : dir_(Dir) {}
-  std::map<int32_t, int> Errors;
+  explicit Exerciser(const TempDir& Dir) : dir_(Dir) {}
   std::vector<std::string> Problems;
 
   void Run() {
@@ -65,13 +63,7 @@ class Exerciser {
       Try("OpenFile", [&] { T.OpenFile(dir_.File("DANOS01"), dir_.Dir()); });
       Try("RecordCount", [&] { T.RecordCount(); });
       Try("DeletedRecordCount", [&] { T.DeletedRecordCount(); });
-      for (int16_t F = -1; F <= 9; ++F) {
-        Try("FieldName", [&] { T.FieldName(F); });
-        Try("FieldType", [&] { T.FieldType(F); });
-        Try("FieldLength", [&] { T.FieldLength(F); });
-      }
-      Try("TableName", [&] { T.TableName(); });
-      Try("TableDescripcion", [&] { T.TableDescripcion(); });
+      for (int16_t F = -1; F <= 9; ++F) Try("FieldName", [&] { T.FieldName(F), T.FieldType(F); });
       Walk(T);
       for (int32_t Record : {1, 2, kRecords / 2, kRecords, kRecords + 3, 0, -7}) {
         Try("BookMark", [&] { T.SetBookMark(Record); });
@@ -99,12 +91,7 @@ class Exerciser {
     try {
       Work();
     } catch (const TQError& Error) {
-      ++Errors[Error.Number()];
       const std::string& Text = Error.Description();
-      if (std::getenv("TQDB_DAMAGE_TRACE") != nullptr) {
-        std::fprintf(stderr, "%s: %d %s [%s]\n", What, Error.Number(), Text.c_str(),
-                     Error.Source().c_str());
-      }
       if (Error.Number() == 0 || Error.Number() == 7 || Text.empty() ||
           Text.find("std::") != std::string::npos ||
           Text.find("basic_string") != std::string::npos ||
@@ -155,26 +142,14 @@ class Exerciser {
     T.SetIndex(1);
   }
   void Change(TQFile& T) {
-    Try("AddNew", [&] {
-      T.AddNew();
-      for (const auto& [Field, Value] : {std::pair{"CODIGO", "CNUEVO01"},
-                                         {"NOMBRE", "NUEVO"},
-                                         {"IMPORTE", "3.5"},
-                                         {"FECHA", "01/02/24"},
-                                         {"FOTO", "IMAGEN NUEVA"},
-                                         {"MEMO", "TEXTO NUEVO"}})
-        T.SetFields(Field, Value);
+    const auto Put = [&T](const char* Name, const char* Text, const char* Image, const char* Memo) {
+      T.SetFields("CODIGO", Name), T.SetFields("NOMBRE", Text), T.SetFields("IMPORTE", "3.5");
+      T.SetFields("FECHA", "01/02/24"), T.SetFields("FOTO", Image), T.SetFields("MEMO", Memo);
       T.Update();
-    });
+    };
+    Try("AddNew", [&] { T.AddNew(), Put("CNUEVO01", "NUEVO", "IMAGEN NUEVA", "TEXTO NUEVO"); });
     Try("MoveFirst", [&] { T.MoveFirst(); });
-    Try("Edit", [&] {
-      T.Edit();
-      T.SetFields("NOMBRE", "EDITADO");
-      T.SetFields("CODIGO", "CEDITADO");
-      T.SetFields("FOTO", "OTRA IMAGEN MUCHO MAS LARGA QUE LA PRIMERA DE TODAS");
-      T.SetFields("MEMO", "OTRO TEXTO");
-      T.Update();
-    });
+    Try("Edit", [&] { T.Edit(), Put("CEDITADO", "EDITADO", std::string(60, 'I').c_str(), "X"); });
     for (const char* Field : {"IMPORTE", "CANT", "NOMBRE"})
       Try("AddToField", [&] { T.AddToField(Field, 2); });
     Try("AddToKField", [&] { T.AddToKField(5, 1); });
@@ -280,7 +255,6 @@ class DamagedFilesTest : public ::testing::Test {
         Cases.push_back(
             {"cut to " + std::to_string(Length), [Length](std::string& B) { B.resize(Length); }});
     }
-    std::map<int32_t, int> Errors;
     int Failed = 0;
     for (const Damage& D : Cases) {
       TempDir Dir;
@@ -289,36 +263,19 @@ class DamagedFilesTest : public ::testing::Test {
       std::string Bytes = ReadAll(Path);
       D.Apply(Bytes);
       WriteAll(Path, Bytes);
-      const std::string Report = Dir.File("outcome.txt");
-      ChildProcess Child([&] {
+      ChildProcess Child([&] {  // the problems go to the child's standard error
         SetMessageSink([](const std::string&, MessageIcon) {});
         Exerciser Run(Dir);
         Run.Run();
-        std::ofstream Out(Report);
-        for (const auto& [Number, Count] : Run.Errors)
-          Out << "E " << Number << " " << Count << "\n";
-        for (const std::string& P : Run.Problems) Out << "P " << P << "\n";
+        for (const std::string& P : Run.Problems) std::fprintf(stderr, "  %s\n", P.c_str());
         return Run.Problems.empty() ? 0 : 3;
       });
       Child.Wait(std::chrono::seconds(60));
-      std::string Problems;
-      std::ifstream In(Report);
-      for (std::string Line; std::getline(In, Line);) {
-        if (Line.starts_with("P ")) Problems += "\n  " + Line.substr(2);
-        int32_t Number = 0, Count = 0;
-        if (std::sscanf(Line.c_str(), "E %d %d", &Number, &Count) == 2) Errors[Number] += Count;
-      }
-      if (!Child.Succeeded() && Problems.empty()) Problems = "\n  process " + Child.Outcome();
       ++Tried;
-      Passed += Problems.empty();
-      if (!Problems.empty()) ADD_FAILURE() << File << " " << D.Name << ":" << Problems;
-      if (!Problems.empty() && ++Failed >= 5) return;
+      Passed += Child.Succeeded();
+      if (!Child.Succeeded()) ADD_FAILURE() << File << " " << D.Name << ": " << Child.Outcome();
+      if (!Child.Succeeded() && ++Failed >= 5) return;
     }
-    std::string Text;
-    for (const auto& [Number, Count] : Errors)
-      Text += " " + std::to_string(Number) + "x" + std::to_string(Count);
-    std::printf("[ damage   ] %s: %zu cases, errors raised:%s\n", File.c_str(), Cases.size(),
-                Text.c_str());
   }
 
   static void TearDownTestSuite() {
@@ -332,37 +289,32 @@ class DamagedFilesTest : public ::testing::Test {
 
 TEST_F(DamagedFilesTest, KeyFile) {
   const size_t Size = HealthyBytes("DANOS01.TQC").size(), First = 15 + 5 * 3;
+  const int32_t Page1 = int32_t(First) + 1, Huge = 0x7FFFFFFF;
   std::vector<Damage> Cases = {
       {"root of key 2 is key 1's", [](std::string& B) { B.replace(22, 4, B.substr(17, 4)); }}};
-  // The header (key count, node size, last record, deleted count and head) and descriptors
-  // (key length, root).
+  // The header (key count, node size, last record, deleted count and head), the descriptors
+  // (key length, root), then pages spread over the file: kind, count and pointers bent.
   const std::vector<std::pair<size_t, std::string>> Bytes = {
       {0, "\0"s},      {0, "\x0B"}, {0, "\xFF"},  {0, "\x01"},
       {1, "\xFF\x03"}, {15, "\0"s}, {15, "\xFF"}, {20, "\x01"}};
-  const int32_t Page1 = int32_t(First) + 1, OffPage = Page1 + 4, Huge = 0x7FFFFFFF;
   const std::vector<std::pair<size_t, int32_t>> Numbers = {
-      {3, -5},       {3, 0},      {3, Huge}, {7, Huge},   {7, -1},       {11, 17},
-      {11, 1 << 30}, {11, Page1}, {16, 0},   {16, -1024}, {16, OffPage}, {21, 1 << 29}};
+      {3, -5},       {3, 0},      {3, Huge}, {7, Huge},   {7, -1},         {11, 17},
+      {11, 1 << 30}, {11, Page1}, {16, 0},   {16, -1024}, {16, Page1 + 4}, {21, 1 << 29}};
   for (const auto& [At, Text] : Bytes)
     Cases.push_back({"bytes at " + std::to_string(At), Put(At, Text)});
   for (const auto& [At, Value] : Numbers)
     Cases.push_back({std::to_string(Value) + " at " + std::to_string(At), Put32(At, Value)});
-  // Pages spread over the file: their kind, their count and their first pointer bent in turn.
   const size_t Pages = (Size - First) / 1024;
-  for (size_t Page = 0; Page < Pages; Page += std::max<size_t>(1, Pages / 4)) {
-    const size_t At = First + Page * 1024;
-    const std::string Where = "page " + std::to_string(Page) + " ";
-    Cases.push_back({Where + "kind 7", Put(At, "\x07")});
-    Cases.push_back({Where + "kind flipped", [At](std::string& B) { B[At] ^= 1; }});
-    Cases.push_back({Where + "count -1", Put(At + 1, "\xFF\xFF")});
-    Cases.push_back({Where + "count 1000", Put(At + 1, "\xE8\x03")});
-    Cases.push_back({Where + "count 0", Put(At + 1, "\0\0"s)});
+  for (size_t At = First; At + 1024 <= Size; At += 1024 * std::max<size_t>(1, Pages / 4)) {
+    for (const auto& [Offset, Text] : std::vector<std::pair<size_t, std::string>>{
+             {0, "\x07"}, {1, "\xFF\xFF"}, {1, "\xE8\x03"}, {1, "\0\0"s}})
+      Cases.push_back({"bytes at " + std::to_string(At + Offset), Put(At + Offset, Text)});
+    Cases.push_back(
+        {"kind flipped at " + std::to_string(At), [At](std::string& B) { B[At] ^= 1; }});
     for (const size_t KeyLength : {8u, 28u, 6u}) {
-      for (const int32_t Value : {0, int32_t(First) + 1, int32_t(At) + 1, 0x7FFFFFFF}) {
-        Cases.push_back(
-            {Where + "pointer " + std::to_string(Value) + " after " + std::to_string(KeyLength),
-             Put32(At + 3 + KeyLength, Value)});
-      }
+      for (const int32_t Value : {0, Page1, int32_t(At) + 1, Huge})
+        Cases.push_back({std::to_string(Value) + " at " + std::to_string(At + 3 + KeyLength),
+                         Put32(At + 3 + KeyLength, Value)});
     }
   }
   RunAll("DANOS01.TQC",
@@ -425,18 +377,25 @@ TEST_F(DamagedFilesTest, ImageAndLongTextFiles) {
          {});
 }
 
-// A small DANOS of Count records with CODIGO "C<First + I>"; returns its key file's bytes.
-std::string SmallTable(const TempDir& Dir, int Count, int First) {
-  WriteDictionary(Dir.Dir(), "DANOS", kSpec);
-  WriteDataFile(Dir.File("DANOS01.tqd"), {});
-  TQFile T;
-  T.OpenFile(Dir.File("DANOS01"), Dir.Dir());
+// Adds Count records with CODIGO "C<First + I>" to T.
+void AddCodes(TQFile& T, int Count, int First) {
   for (int I = 0; I < Count; ++I) {
     T.AddNew();
     T.SetFields("CODIGO", "C" + std::to_string(First + I));
     T.SetFields("NOMBRE", "NOMBRE " + std::to_string(I % 7));
     T.Update();
   }
+}
+std::unique_ptr<TQFile> OpenDanos(const TempDir& Dir) {
+  auto T = std::make_unique<TQFile>();
+  T->OpenFile(Dir.File("DANOS01"), Dir.Dir());
+  return T;
+}
+// A small DANOS of Count records made by AddCodes; returns its key file's bytes.
+std::string SmallTable(const TempDir& Dir, int Count, int First) {
+  WriteDictionary(Dir.Dir(), "DANOS", kSpec);
+  WriteDataFile(Dir.File("DANOS01.tqd"), {});
+  AddCodes(*OpenDanos(Dir), Count, First);
   return ReadAll(FindFile(Dir, "DANOS01.TQC"));
 }
 
@@ -445,14 +404,9 @@ std::string SmallTable(const TempDir& Dir, int Count, int First) {
 TEST(DamagedKeyFileTest, NewPagesCoverAFragmentAtTheEnd) {
   TempDir Dir;
   WriteAll(FindFile(Dir, "DANOS01.TQC"), SmallTable(Dir, 0, 0) + std::string(38, 'x'));
-  TQFile T;
-  T.OpenFile(Dir.File("DANOS01"), Dir.Dir());
-  for (int I = 0; I < 300; ++I) {
-    T.AddNew();
-    T.SetFields("CODIGO", "C" + std::to_string(I));
-    T.SetFields("NOMBRE", "NOMBRE " + std::to_string(I % 7));
-    T.Update();
-  }
+  const auto File = OpenDanos(Dir);
+  TQFile& T = *File;
+  AddCodes(T, 300, 0);
   for (int I = 1; I <= 300; I += 2) T.Delete(I);
   EXPECT_EQ(TableSoundness(T), "");
   EXPECT_EQ(T.DeletedRecordCount(), 150);
@@ -465,8 +419,8 @@ TEST(DamagedKeyFileTest, DeleteOnADamagedStackChangesNothing) {
   std::string Bytes = SmallTable(Dir, 20, 0);
   Put32(11, 786688)(Bytes);  // the stack's head far beyond the end, the stack empty
   WriteAll(FindFile(Dir, "DANOS01.TQC"), Bytes);
-  TQFile T;
-  T.OpenFile(Dir.File("DANOS01"), Dir.Dir());
+  const auto File = OpenDanos(Dir);
+  TQFile& T = *File;
   T.SetIndex(1);
   const int32_t Record = T.SeekKey(Variant("C7"));
   ASSERT_GT(Record, 0);
@@ -479,45 +433,6 @@ TEST(DamagedKeyFileTest, DeleteOnADamagedStackChangesNothing) {
   }
   T.SetBookMark(Record);
   EXPECT_EQ(Trimmed(T.Fields("CODIGO")), "C7");
-}
-
-// A leaf out of order below a root whose next child is the root itself: a walk must not
-// round it for ever, and returns no more entries than the key holds.
-TEST(DamagedKeyFileTest, WalksEndOnALeafOutOfOrder) {
-  TempDir Dir;
-  std::string Bytes = SmallTable(Dir, 150, 1000);
-  const auto Int32At = [&Bytes](size_t At) {
-    uint32_t Value = 0;
-    for (int I = 3; I >= 0; --I) Value = Value << 8 | static_cast<uint8_t>(Bytes[At + I]);
-    return static_cast<int32_t>(Value);
-  };
-  constexpr size_t kEntry = 8 + 4;  // key 1: 8 bytes of key and a number
-  const size_t Root = size_t(Int32At(16)) - 1, Leaf = size_t(Int32At(Root + 3 + 8)) - 1;
-  ASSERT_EQ(Bytes[Root], 1) << "key 1's root is a branch";
-  const int Count = Int32At(Leaf + 1) & 0xFFFF;
-  ASSERT_GE(Count, 2);
-  const std::string FirstEntry = Bytes.substr(Leaf + 3, kEntry);
-  const size_t Last = Leaf + 3 + size_t(Count - 1) * kEntry;
-  Bytes.replace(Leaf + 3, kEntry, Bytes.substr(Last, kEntry));
-  Bytes.replace(Last, kEntry, FirstEntry);
-  Put32(Root + 3 + kEntry + 8, int32_t(Root) + 1)(Bytes);
-  WriteAll(FindFile(Dir, "DANOS01.TQC"), Bytes);
-  SetMessageSink([](const std::string&, MessageIcon) {});
-  TQFile T;
-  T.OpenFile(Dir.File("DANOS01"), Dir.Dir());
-  T.SetIndex(1);
-  for (const bool Forward : {true, false}) {
-    int Returned = 0;
-    try {
-      for (Forward ? T.MoveFirst() : T.MoveLast(); T.LastError() == 0 && Returned <= 150;
-           ++Returned)
-        Forward ? T.MoveNext() : T.MovePrevious();
-    } catch (const TQError& Error) {
-      EXPECT_NE(Error.Description(), "");
-    }
-    EXPECT_LE(Returned, 150) << (Forward ? "forwards" : "backwards");
-  }
-  SetMessageSink(nullptr);
 }
 
 }  // namespace
