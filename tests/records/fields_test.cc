@@ -316,9 +316,6 @@ class SideFilesTest : public ::testing::Test {
   std::string Images() const { return Dir.Read("FOTOS01.tqw"); }
   std::string Texts() const { return Dir.Read("FOTOS01.tqy"); }
   platform::FileNo ImageNo() const { return static_cast<platform::FileNo>(State.ImageFileNo); }
-  int32_t Int32At(const std::string& Bytes, size_t At) {
-    return engine::BytesToInt32(std::string_view(Bytes).substr(At, 4));
-  }
   // Appends raw bytes to the image file and returns their 1-based position.
   int32_t AppendImage(const std::string& Bytes) {
     const int64_t Position = platform::Length(ImageNo()) + 1;
