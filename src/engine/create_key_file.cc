@@ -193,16 +193,14 @@ void LoadSortedKeys(EngineState& Engine, const Dictionary& Dict, const DataFile&
   KeyBulkBuilder Builder(Engine);
   std::string Text;
   int32_t Record = 0;
-  for (int K = 0; K < Table.Keys(); ++K) {
+  Table.SortAndLoadEach([&](int K) {
     Builder.BeginKey(K + 1, Table.Rows());
-    Table.Sort(K);
     for (int64_t Row = 0; Row < Table.Rows(); ++Row) {
       Table.Entry(K, Row, Text, Record);
       Builder.Add(Text, Record);
     }
     Builder.FinishKey();
-    Table.Release(K);
-  }
+  });
   WriteDeletedStack(Engine, Deleted);
   Builder.Finish(static_cast<int32_t>(Data.Records));
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <future>
 #include <limits>
 #include <span>
 #include <utility>
@@ -253,6 +254,20 @@ int32_t KeyTextTable::Record(int Key, int64_t Row) const {
   int32_t Record = 0;
   Entry(Key, Row, Text, Record);
   return Record;
+}
+
+void KeyTextTable::SortAndLoadEach(const std::function<void(int Key)>& Load) {
+  if (Keys() == 0) return;
+  Sort(0);
+  for (int Key = 0; Key < Keys(); ++Key) {
+    // A future of std::async waits for its task when destroyed, so a Load that throws
+    // leaves no sort running on this table.
+    std::future<void> Next;
+    if (Key + 1 < Keys()) Next = std::async(std::launch::async, [this, Key] { Sort(Key + 1); });
+    Load(Key);
+    Release(Key);
+    if (Next.valid()) Next.get();
+  }
 }
 
 void KeyTextTable::Release(int Key) {

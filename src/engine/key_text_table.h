@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -49,6 +50,10 @@ class KeyTextTable {
   std::string RowText(int Key, int64_t Row) const;
   // Frees key Key's rows once its tree is loaded.
   void Release(int Key);
+  // Sorts every key and hands it to Load in key order (0, 1, ...), releasing each after
+  // its Load. While Load works on one key, the next is sorted on a second thread; Load
+  // runs on the calling thread and must not touch other keys' rows.
+  void SortAndLoadEach(const std::function<void(int Key)>& Load);
 
  private:
   struct Column {

@@ -189,19 +189,17 @@ void BuildKeyFile(TableState& State, const std::string& Path, KeyTextTable& Tabl
     KeyProgress Progress(State, int64_t{Kept} * Table.Keys());
     std::string Text;
     int32_t Record = 0;
-    for (int K = 0; K < Table.Keys(); ++K) {
+    Table.SortAndLoadEach([&](int K) {
       Builder.BeginKey(K + 1, Kept);
-      Table.Sort(K);
       for (int64_t Row = 0; Row < Table.Rows(); ++Row) {
         Table.Entry(K, Row, Text, Record);
         Builder.Add(Text, Record);
         Progress.EntryLoaded();
       }
       Builder.FinishKey();
-      Table.Release(K);
       platform::StartWriteBack(Engine.KeyFileNo);
       if (K == 0) RebuildCrashPoint(kCrashMidKeys);
-    }
+    });
     Builder.Finish(Kept);
     platform::Sync(Engine.KeyFileNo);
   } catch (...) {
