@@ -19,6 +19,8 @@ namespace {
 
 using platform::Fault;
 
+constexpr int kMaxWidth = 10;  // the digits of the largest record number
+
 struct RankTables {
   std::array<uint8_t, 256> Rank{};
   std::array<uint8_t, 256> UpperRank{};  // the rank of each byte's upper case
@@ -79,6 +81,7 @@ int64_t KeyTextTable::BytesFor(const std::vector<int>& KeyLengths, int64_t Rows)
 
 KeyTextTable::KeyTextTable(std::vector<int> KeyLengths, int Width, int64_t ExpectedRows)
     : lengths_(std::move(KeyLengths)), width_(std::max(Width, 1)) {
+  if (width_ > kMaxWidth) throw Fault(platform::kInvalidCall);
   Ranks();
   for (int Length : lengths_) {
     Column C;
@@ -96,10 +99,12 @@ void KeyTextTable::AddRow(const std::vector<std::string>& Texts, int32_t Record,
     if (C.Sorted) throw Fault(platform::kInvalidCall);  // rows come before sorting
   }
   if (rows_ >= std::numeric_limits<uint32_t>::max()) throw Fault(platform::kOverflow);
-  char Number[24];
-  const std::string Padded = ZeroPadded(Record, width_);
-  if (static_cast<int>(Padded.size()) != width_) throw Fault(platform::kOverflow);
-  std::memcpy(Number, Padded.data(), Padded.size());
+  std::array<uint8_t, kMaxWidth> Number{};
+  int64_t Rest = Record;
+  for (int I = width_ - 1; I >= 0; --I, Rest /= 10) {
+    Number[static_cast<size_t>(I)] = static_cast<uint8_t>('0' + Rest % 10);
+  }
+  if (Rest != 0) throw Fault(platform::kOverflow);  // more digits than the width
   const RankTables& R = Ranks();
   const std::array<uint8_t, 256>& TextRank = Upper ? R.UpperRank : R.Rank;
   for (size_t K = 0; K < columns_.size(); ++K) {
@@ -111,7 +116,7 @@ void KeyTextTable::AddRow(const std::vector<std::string>& Texts, int32_t Record,
     const size_t Copied = std::min(Text.size(), static_cast<size_t>(C.Length));
     for (size_t I = 0; I < Copied; ++I) Row[I] = TextRank[static_cast<uint8_t>(Text[I])];
     for (size_t I = Copied; I < static_cast<size_t>(C.Length); ++I) Row[I] = R.Rank[' '];
-    for (int I = 0; I < width_; ++I) Row[C.Length + I] = R.Rank[static_cast<uint8_t>(Number[I])];
+    for (int I = 0; I < width_; ++I) Row[C.Length + I] = R.Rank[Number[static_cast<size_t>(I)]];
   }
   last_record_ = Record;
   ++rows_;
