@@ -137,12 +137,12 @@ void ForEachRecord(EngineState& Engine, const Dictionary& Dict, const DataFile& 
   if (Length <= 0 || Total == 0) return;
   const int64_t PerChunk = std::max<int64_t>(1, kChunkBytes / Length);
   int32_t Entered = 0;
-  std::string Chunk;
+  platform::SequentialReader Reader(Data.File.get());
   for (int64_t First = 0; First < Total; First += PerChunk) {
     const int64_t Count = std::min(PerChunk, Total - First);
-    Chunk.resize(static_cast<size_t>(Count * Length));
-    platform::ReadAtDirect(Data.File.get(), First * Length + 1,
-                           std::span(reinterpret_cast<uint8_t*>(Chunk.data()), Chunk.size()));
+    const std::span<const uint8_t> Bytes =
+        Reader.Read(First * Length + 1, static_cast<size_t>(Count * Length));
+    const std::string_view Chunk(reinterpret_cast<const char*>(Bytes.data()), Bytes.size());
     for (int64_t i = 0; i < Count; ++i) {
       if (Engine.Header.LastRecord != Entered) CountMismatch();
       ++Entered;

@@ -145,13 +145,13 @@ int32_t CopyRecords(TableState& State, platform::FileNo Target, KeyTextTable* Ta
   std::vector<std::string> Texts(Table != nullptr ? static_cast<size_t>(Table->Keys()) : 0);
   CopyProgress Progress(State, Total);
   std::string Out;
-  std::string Chunk;
+  platform::SequentialReader Reader(State.DataFileNo);
   int32_t Kept = 0;
   for (int64_t First = 0; First < Total; First += PerChunk) {
     const int64_t Count = std::min(PerChunk, Total - First);
-    Chunk.resize(static_cast<size_t>(Count * Length));
-    platform::ReadAtDirect(State.DataFileNo, First * Length + 1,
-                           std::span(reinterpret_cast<uint8_t*>(Chunk.data()), Chunk.size()));
+    const std::span<const uint8_t> Bytes =
+        Reader.Read(First * Length + 1, static_cast<size_t>(Count * Length));
+    const std::string_view Chunk(reinterpret_cast<const char*>(Bytes.data()), Bytes.size());
     const int32_t KeptBefore = Kept;
     Out.clear();
     for (int64_t I = 0; I < Count; ++I) {

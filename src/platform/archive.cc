@@ -34,7 +34,7 @@ class DeflatingSource {
   explicit DeflatingSource(const std::string& Path)
       : file_(Path, OpenMode::ReadOnly),
         size_(static_cast<uint64_t>(Length(file_.get()))),
-        input_(kInputChunk),
+        reader_(file_.get()),
         level_buffer_(ISAL_DEF_LVL1_DEFAULT) {
     zip_error_init(&error_);
     struct stat Info {};
@@ -100,16 +100,17 @@ class DeflatingSource {
 
   // The file is read up to the length it had when the source was made.
   bool FillInput() {
-    const auto Got = static_cast<uint32_t>(std::min<uint64_t>(input_.size(), size_ - read_));
+    const auto Got = static_cast<uint32_t>(std::min<uint64_t>(kInputChunk, size_ - read_));
+    std::span<const uint8_t> Input;
     try {
-      ReadAtDirect(file_.get(), static_cast<int64_t>(read_) + 1, std::span(input_.data(), Got));
+      Input = reader_.Read(static_cast<int64_t>(read_) + 1, Got);
     } catch (const Fault&) {
       Failed(ZIP_ER_READ);
       return false;
     }
-    crc_ = crc32_gzip_refl(crc_, input_.data(), Got);
+    crc_ = crc32_gzip_refl(crc_, Input.data(), Got);
     read_ += Got;
-    stream_.next_in = input_.data();
+    stream_.next_in = const_cast<uint8_t*>(Input.data());  // the deflater only reads it
     stream_.avail_in = Got;
     stream_.end_of_stream = read_ >= size_ ? 1 : 0;
     return true;
@@ -140,7 +141,7 @@ class DeflatingSource {
 
   ScopedFileNumber file_;
   uint64_t size_;
-  std::vector<uint8_t> input_;
+  SequentialReader reader_;
   std::vector<uint8_t> level_buffer_;
   isal_zstream stream_{};
   zip_error_t error_{};

@@ -559,6 +559,50 @@ void UnlockRange(FileNo Number, int64_t First, int64_t Last) {
   if (Error != 0) throw Fault(FaultNumberFromErrno(Error));
 }
 
+namespace {
+constexpr size_t kReaderWindow = size_t{8} << 20;
+}  // namespace
+
+SequentialReader::SequentialReader(FileNo Number) : number_(Number), fd_(FdOf(Number)) {}
+
+SequentialReader::~SequentialReader() { Unmap(); }
+
+void SequentialReader::Unmap() {
+  if (map_ != nullptr) ::munmap(const_cast<uint8_t*>(map_), map_size_);
+  map_ = nullptr;
+  map_size_ = 0;
+}
+
+std::span<const uint8_t> SequentialReader::Read(int64_t Position, size_t Count) {
+  const off_t Offset = OffsetOf(Position, Count);
+  const int64_t End = Offset + static_cast<int64_t>(Count);
+  if (map_ == nullptr || Offset < map_start_ ||
+      End > map_start_ + static_cast<int64_t>(map_size_)) {
+    Unmap();
+    struct stat Info {};
+    const int64_t Page = ::sysconf(_SC_PAGESIZE);
+    const int64_t Start = Offset / Page * Page;
+    if (::fstat(fd_, &Info) == 0 && End <= Info.st_size) {
+      const auto Size = static_cast<size_t>(
+          std::min<int64_t>(std::max<int64_t>(End - Start, kReaderWindow), Info.st_size - Start));
+      ++OtherCount;
+      void* Map = ::mmap(nullptr, Size, PROT_READ, MAP_SHARED | MAP_POPULATE, fd_, Start);
+      if (Map != MAP_FAILED) {
+        map_ = static_cast<const uint8_t*>(Map);
+        map_start_ = Start;
+        map_size_ = Size;
+      }
+    }
+  }
+  if (map_ != nullptr) {
+    ++ReadCount;
+    return {map_ + (Offset - map_start_), Count};
+  }
+  buffer_.resize(Count);
+  ReadAtDirect(number_, Position, buffer_);
+  return buffer_;
+}
+
 void HoldPresence(FileNo Number) {
   const int Error = FcntlLock(FdOf(Number), F_RDLCK, kPresenceOffset, 1);
   if (IsConflict(Error)) throw Fault(kPermissionDenied);

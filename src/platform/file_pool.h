@@ -27,6 +27,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tqdb::platform {
 
@@ -97,6 +98,33 @@ class ScopedRangeLock {
  private:
   FileNo number_;
   int64_t first_, last_;
+};
+
+// Reads an open file front to back through a moving read-only mapping of a few MB: a pass
+// over a whole file (building keys, rebuilding, archiving) neither copies the file into
+// the process nor keeps its pages in the process's resident memory. Where the file cannot
+// be mapped it reads with pread into a buffer of its own. The file number must stay open
+// for the reader's life.
+class SequentialReader {
+ public:
+  explicit SequentialReader(FileNo Number);
+  ~SequentialReader();
+  SequentialReader(const SequentialReader&) = delete;
+  SequentialReader& operator=(const SequentialReader&) = delete;
+
+  // Count bytes at 1-based Position; bytes past the end of the file read as zeros. The
+  // view holds until the next call.
+  std::span<const uint8_t> Read(int64_t Position, size_t Count);
+
+ private:
+  void Unmap();
+
+  FileNo number_;
+  int fd_;
+  const uint8_t* map_ = nullptr;
+  int64_t map_start_ = 0;  // offset of the mapping in the file
+  size_t map_size_ = 0;
+  std::vector<uint8_t> buffer_;
 };
 
 // Presence lock: every open table holds a shared lock on one byte far beyond any record
