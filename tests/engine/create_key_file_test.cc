@@ -128,7 +128,7 @@ TEST_F(CreateKeyFileTest, ATablePastTheMemoryImageLimitIsFinishedOnDisk) {
   EXPECT_EQ(Walk(10), KeyOrder(Wide, 10, Records));
 }
 
-TEST_F(CreateKeyFileTest, KeylessTablesMissingAndInvalidDictionaries) {
+TEST_F(CreateKeyFileTest, AKeylessTableKeepsItsDeletedRecords) {
   TableSpec Keyless = kPeople;
   Keyless.Keys.clear();
   Write(Keyless, People(20));
@@ -137,14 +137,6 @@ TEST_F(CreateKeyFileTest, KeylessTablesMissingAndInvalidDictionaries) {
   EXPECT_EQ(Engine.Header.LastRecord, 20);
   ASSERT_EQ(Send("U"), 0);
   EXPECT_EQ(Result, 4);  // records 3, 10, 17 and 20 are deleted
-  Send("K");
-  std::filesystem::remove(Dir.File("PERSO.tqa"));
-  EXPECT_EQ(Create(), 105);
-  EXPECT_EQ(ErrorText, "Table not found: " + Dir.File("PERSO.TQA"));
-  Dir.Write("PERSO.tqa", "A0" + DictionaryBytes(Spec).substr(2));
-  EXPECT_EQ(Create(), 105);
-  EXPECT_EQ(ErrorText, "Invalid table: " + Dir.File("PERSO.tqa"));
-  EXPECT_EQ(Engine.KeyFileNo, 0);
 }
 
 }  // namespace

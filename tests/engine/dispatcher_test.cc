@@ -16,7 +16,8 @@ namespace tqdb::testing {
 namespace {
 
 // The command is upper-cased in place, a leading "/" sets the separator, and the file
-// number fields are parsed (a number beyond 16 bits is an overflow) and ignored.
+// number fields are parsed (a number beyond 16 bits is an overflow) and ignored. A create
+// that fails restores the command and clears the building flag.
 TEST(Dispatcher, UpperCasesTheCommandAndParsesTheFileNumberFields) {
   EngineFile File({6});
   File.Run(platform::Utf8ToCp1252("i\\1\\garcía"));
@@ -31,30 +32,17 @@ TEST(Dispatcher, UpperCasesTheCommandAndParsesTheFileNumberFields) {
   EXPECT_EQ(File.Run("f\\1\\99"), 1);
   EXPECT_EQ(File.Run("N\\7"), Second);
   EXPECT_EQ(File.Run("P"), 1);  // no field at all
-  File.Run("N\\99999");
-  EXPECT_EQ(File.Status, 105);
-  EXPECT_EQ(File.ErrorText, "Desbordamiento");
-}
-
-// Letters that return nothing, or have no operation at all, leave Result 0, and a create
-// that fails restores the command and clears the building flag.
-TEST(Dispatcher, ResultIsZeroAfterTheLettersThatReturnNothing) {
-  EngineFile File({6});
-  const int32_t Record = File.Insert({"A"});
-  const std::string Create = "/C/" + CommandPath(File.Dir().File("nodict01.tqc")) + "/1/6/A/ 1";
-  for (const std::string& Command : std::vector<std::string>{
-           "I\\1\\B", "D\\" + std::to_string(Record) + "\\Y\\1\\A",
-           "T\\" + CommandPath(File.Dir().Path()), "/O/" + CommandPath(File.Path()) + "/1", Create,
-           "K", "B\\1\\1", "H", "Q", "", "9\\1", "\\"}) {
-    File.Open();
-    File.Run("F\\1\\1");
-    ASSERT_NE(File.Result, 0);
-    File.Run(Command);
-    EXPECT_EQ(File.Result, 0) << Command;
+  for (const char* Overflow : {"N\\99999", "D\\1\\Y\\99999\\Z", "A\\1\\1\\99999\\Z"}) {
+    File.Run(Overflow);
+    EXPECT_EQ(File.Status, 105) << Overflow;
+    EXPECT_EQ(File.ErrorText, "Desbordamiento") << Overflow;
   }
+  const std::string Create = "/C/" + CommandPath(File.Dir().File("nodict01.tqc")) + "/1/6/A/ 1";
   File.Run("T\\" + CommandPath(File.Dir().Dir()));
+  File.Result = 5;
   File.Run(Create);
   EXPECT_EQ(File.Status, 105);  // no dictionary for the table
+  EXPECT_EQ(File.Result, 0);
   EXPECT_EQ(File.Command, platform::UpperCase(Create.substr(1)));
   EXPECT_FALSE(File.Engine.Creating);
 }
@@ -139,24 +127,6 @@ TEST(Dispatcher, TheKeyFileLockIsReleasedOnEveryWayOutAndABusyOneIsRetried) {
   EXPECT_EQ(Shown[0].first,
             platform::FaultDescription(platform::kPermissionDenied) + "\r\nfabs_emulate");
   EXPECT_EQ(Shown[0].second, MessageIcon::Exclamation);
-}
-
-// N and P take the read lock only when they step out of the leaf in the buffer: a walk
-// over two leaves of a key of length 1 waits once, at the step between them.
-TEST(Dispatcher, StepsWithinALeafTakeNoLock) {
-  EngineFile File({1});
-  for (int I = 0; I < 250; ++I) File.Insert({"A"});
-  BusyHolder::Number = platform::TakeFreeNumber();
-  platform::Open(BusyHolder::Number, File.Path());
-  File.Run("F\\1\\1");
-  platform::LockRange(BusyHolder::Number, 1, 1);
-  BusyHolder::Pauses.clear();
-  BusyHolder::ReleaseAfter = 3;
-  const engine::RetrySleepFunction Previous = engine::SetRetrySleep(&BusyHolder::Sleep);
-  for (int I = 1; I < 250; ++I) EXPECT_EQ(File.Run("N\\1"), I + 1);
-  engine::SetRetrySleep(Previous);
-  platform::ReleaseNumber(BusyHolder::Number);
-  EXPECT_EQ(BusyHolder::Pauses.size(), 3u);
 }
 
 }  // namespace

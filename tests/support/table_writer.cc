@@ -87,7 +87,7 @@ std::string DictionaryBytes(const TableSpec& Table) {
       const FieldSpec& F = Table.Fields.at(S.Field - 1);
       Out += "I" + std::string(1, static_cast<char>('1' + k)) +
              (S.ById ? "00" : TwoDigitField(S.Field)) + TwoDigitField(S.Start) +
-             TwoDigitField(S.Length) + std::string(23, ' ') +
+             TwoDigitField(S.Length) + Padded(F.Name, 23) +
              TwoDigitField(F.Id != 0 ? F.Id : S.Field);
       ++Slots;
     }

@@ -4,18 +4,14 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <spawn.h>
 #include <sys/wait.h>
 
+#include <cstdlib>
 #include <filesystem>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "support/temp_dir.h"
-
-extern char** environ;
 
 namespace tqdb::testing {
 
@@ -32,39 +28,21 @@ inline std::string ExamplesDir() {
       .string();
 }
 
-// Runs "tqdb Args..." with stdout and stderr captured in files of Scratch, and with TMPDIR
-// pointing into Scratch (so that a rebuild's audit archive stays there too). Under the
-// sanitizers a finding ends the tool with status 86, which no test expects.
+// Runs "tqdb Args..." through the shell with stdout and stderr captured in files of Scratch,
+// and with TMPDIR pointing into Scratch (so that a rebuild's audit archive stays there too).
+// Under the sanitizers a finding ends the tool with status 86, which no test expects.
 inline ToolResult RunTool(const TempDir& Scratch, const std::vector<std::string>& Args) {
-  posix_spawn_file_actions_t Actions;
-  posix_spawn_file_actions_init(&Actions);
-  posix_spawn_file_actions_addopen(&Actions, 1, Scratch.File(".out").c_str(),
-                                   O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  posix_spawn_file_actions_addopen(&Actions, 2, Scratch.File(".err").c_str(),
-                                   O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  std::vector<std::string> Words{TQDB_TOOL_PATH};
-  Words.insert(Words.end(), Args.begin(), Args.end());
-  std::vector<std::string> Env{"TMPDIR=" + Scratch.Dir(), "ASAN_OPTIONS=exitcode=86",
-                               "UBSAN_OPTIONS=exitcode=86:print_stacktrace=1"};
-  for (char** Entry = environ; *Entry != nullptr; ++Entry) {
-    const std::string_view Name(*Entry);
-    if (!Name.starts_with("TMPDIR=") && !Name.starts_with("ASAN_OPTIONS=") &&
-        !Name.starts_with("UBSAN_OPTIONS=")) {
-      Env.emplace_back(*Entry);
-    }
-  }
-  std::vector<char*> Argv, Envp;
-  for (std::string& Word : Words) Argv.push_back(Word.data());
-  for (std::string& Entry : Env) Envp.push_back(Entry.data());
-  Argv.push_back(nullptr);
-  Envp.push_back(nullptr);
-  pid_t Child = 0;
-  const int Spawned =
-      posix_spawn(&Child, Words[0].c_str(), &Actions, nullptr, Argv.data(), Envp.data());
-  posix_spawn_file_actions_destroy(&Actions);
-  if (Spawned != 0) throw std::runtime_error("cannot run " + Words[0]);
-  int WaitStatus = 0;
-  waitpid(Child, &WaitStatus, 0);
+  const auto Quoted = [](const std::string& Word) {
+    std::string Out = "'";
+    for (const char C : Word) Out += C == '\'' ? std::string("'\\''") : std::string(1, C);
+    return Out + "'";
+  };
+  std::string Command = "TMPDIR=" + Quoted(Scratch.Dir()) +
+                        " ASAN_OPTIONS=exitcode=86 UBSAN_OPTIONS=exitcode=86:print_stacktrace=1 " +
+                        Quoted(TQDB_TOOL_PATH);
+  for (const std::string& Arg : Args) Command += " " + Quoted(Arg);
+  Command += " >" + Quoted(Scratch.File(".out")) + " 2>" + Quoted(Scratch.File(".err"));
+  const int WaitStatus = std::system(Command.c_str());
   return {WIFEXITED(WaitStatus) ? WEXITSTATUS(WaitStatus) : -1, Scratch.Read(".out"),
           Scratch.Read(".err")};
 }
