@@ -1,9 +1,8 @@
-// The key file's layout, pages and trees where the randomized model test cannot look:
-// the bytes of a new file, where nodes split, the depth limit, the deleted-record pages,
-// entries hidden in record numbers, the tree checker's findings, and damaged files: every
-// command that meets the damage ends with status 105 and the "estropeado" description,
-// without a crash or a hang, and leaves the key file unlocked; and the misuses the bulk
-// builder refuses.
+// The key file's layout and pages where the randomized model test cannot look: the bytes
+// of a new file, entries hidden in record numbers, the deleted-record pages, the tree
+// checker's findings, damaged files (every command that meets the damage ends with status
+// 105 and the "estropeado" description, without a crash or a hang, and leaves the key file
+// unlocked) and the misuses the bulk builder refuses.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -23,11 +22,6 @@ using engine::Int16ToBytes;
 using engine::Int32ToBytes;
 using engine::LoadInt32;
 using engine::NodeView;
-
-std::string Numbered(const std::string& Prefix, int Number, int Width = 3) {
-  const std::string Digits = std::to_string(Number);
-  return Prefix + std::string(size_t(Width) - Digits.size(), '0') + Digits;
-}
 
 // Decoders check the length; a node view stays inside its page.
 TEST(KeyCodec, DecodersAndNodeViewsStayInBounds) {
@@ -58,112 +52,6 @@ TEST(KeyFileLayout, EmptyFileHasHeaderDescriptorsAndOneEmptyRootPerKey) {
   for (const std::vector<int>& Bad : {std::vector<int>{0}, {256}, std::vector<int>(11, 4)}) {
     EXPECT_THROW(engine::CreateEmptyKeyFile(Dir.File("a.tqc"), Bad), platform::Fault);
   }
-}
-
-TEST(KeyFileOpen, ByKeyOrDataFileNameAndFailuresLeaveItClosed) {
-  EngineFile File({4, 60});
-  EXPECT_EQ(File.Engine.Header.KeyCount, 2);
-  EXPECT_EQ(File.Engine.KeyLen[2], 60);
-  const std::string DataName = File.Path().substr(0, File.Path().size() - 3) + "tqd";
-  File.Run("/O/" + CommandPath(DataName) + "/3");  // the extension is replaced
-  EXPECT_EQ(File.Status, 0);
-  EXPECT_EQ(File.Engine.KeyLen[1], 4);
-  EXPECT_EQ(File.Dir().Read("clien01.tqd"), "");  // the data file was not touched
-  const platform::FileNo Number = File.Engine.KeyFileNo;
-  File.Result = 5;
-  File.Run("K");
-  EXPECT_EQ(File.Engine.KeyFileNo, 0);
-  EXPECT_FALSE(platform::IsOpen(Number));
-  EXPECT_EQ(File.Result, 0);
-  File.Run("K");  // harmless twice
-  EXPECT_EQ(File.Status, 0);
-  File.Dir().Write("empty.tqc", "");
-  for (const auto& [Name, Status] : std::vector<std::pair<std::string, int>>{
-           {"empty.tqc", 22}, {"missing.tqc", 22}, {"no-such-dir/x.tqc", 26}}) {
-    File.Run("/O/" + CommandPath(File.Dir().File(Name)) + "/1");
-    EXPECT_EQ(File.Status, Status) << Name;
-    EXPECT_EQ(File.Engine.KeyFileNo, 0) << Name;
-  }
-}
-
-// Filling a root leaf splits it under a new root at the same place. Capacities 72, 35, 29
-// and 32 (key lengths 10, 25, 31, 27): halves 36, 17.5, 14.5 and 16 round to even. A run
-// of equal keys across the middle moves the split to its start.
-TEST(KeySplit, AFullRootLeafSplitsInPlaceAtTheHalfRoundedToEvenOrBeforeARun) {
-  for (const auto& [Length, Split, Run] : std::vector<std::tuple<int, int, int>>{
-           {10, 36, 0}, {25, 18, 0}, {31, 14, 0}, {27, 16, 0}, {10, 30, 41}}) {
-    EngineFile File({Length});
-    const int32_t Root = File.Engine.RootPos[1];
-    const int Capacity = engine::NodeCapacity(Length);
-    for (int I = 0; I < Capacity - 1 - Run; ++I) File.Insert({Numbered("K", I)});
-    for (int I = 0; I < Run; ++I) File.Insert({"RUN"});
-    EXPECT_EQ(File.CountAt(Root, Length), Capacity - 1);  // never left full
-    File.Insert({Run > 0 ? "RUN" : Numbered("K", Capacity - 1)});
-    NodeBuffer Page = File.Page(Root);
-    const NodeView Node(Page, Length);
-    ASSERT_FALSE(Node.IsLeaf()) << Length;
-    ASSERT_EQ(Node.Count(), 2) << Length;
-    EXPECT_EQ(File.Engine.RootPos[1], Root);
-    EXPECT_EQ(Node.KeyText(0), Padded("K000", Length));
-    EXPECT_EQ(Node.KeyText(1), Padded(Run > 0 ? "RUN" : Numbered("K", Split), Length)) << Length;
-    EXPECT_EQ(File.CountAt(Node.Value(0), Length), Split) << Length;
-    EXPECT_TRUE(File.Problems().empty());
-  }
-}
-
-// Nodes of three entries split 1 + 2 when the new entry is not their last, so that
-// insertions arriving at the front of the key do not add a level each.
-TEST(KeySplit, ThreeEntryNodesTakeDescendingInsertionsWithoutDeepening) {
-  EngineFile File({255});
-  for (int I = 200; I > 0; --I) File.Insert({Numbered("K", I)});
-  EXPECT_EQ(File.Entries(1).size(), 200u);
-  EXPECT_TRUE(File.Problems().empty());
-  EXPECT_LE(File.Engine.LeafLevel, 7);
-}
-
-TEST(KeyDelete, RemovingEveryEntryLeavesAnEmptyRootLeafAndNoCurrentEntry) {
-  EngineFile File({10});
-  std::vector<int32_t> Records;
-  for (int I = 0; I < 400; ++I) Records.push_back(File.Insert({Numbered("K", I % 97)}));
-  for (size_t I = 0; I < Records.size(); ++I) {
-    File.Delete(Records[I], {Numbered("K", int(I) % 97)});
-    ASSERT_EQ(File.Status, 0);
-  }
-  NodeBuffer Root = File.Page(File.Engine.RootPos[1]);
-  EXPECT_TRUE(NodeView(Root, 10).IsLeaf());
-  EXPECT_EQ(NodeView(Root, 10).Count(), 0);
-  for (const char* Command : {"F\\1\\1", "L\\1\\1", "G\\1\\1\\A", "S\\1\\1\\ABCDEFGHIJ",
-                              "A\\1\\5\\1\\ABCDEFGHIJ", "E\\1\\5\\1\\ABCDEFGHIJ"}) {
-    File.Result = 99;
-    File.Run(Command);
-    EXPECT_EQ(File.Status, 16) << Command;
-    EXPECT_EQ(File.Result, 0) << Command;
-  }
-  EXPECT_EQ(File.Insert({"NEW"}), Records.back());
-  File.Open();  // opening leaves the cursor nowhere
-  for (const char* Command : {"N\\1", "P\\1"}) EXPECT_EQ((File.Run(Command), File.Status), 16);
-  EXPECT_TRUE(File.Problems().empty());
-}
-
-// A key of 255 bytes outgrows the eight level buffers after a few hundred records. The
-// record that would need a ninth level is refused before anything of it stays.
-TEST(KeyInsert, ATreeOutgrowingTheLevelBuffersIsRefusedAndTakenBack) {
-  EngineFile File({10, 255});
-  int Inserted = 0;
-  for (; Inserted < 2000; ++Inserted) {
-    File.Run("I\\1\\" + Padded(Numbered("K", Inserted, 4), 10) + "\\" +
-             Padded(Numbered("V", Inserted, 4), 255));
-    if (File.Status != 0) break;
-  }
-  ASSERT_EQ(File.Status, 105);
-  EXPECT_EQ(File.ErrorText, "El subíndice está fuera del intervalo");
-  EXPECT_GT(Inserted, 100);
-  EXPECT_EQ(File.Entries(1).size(), size_t(Inserted));
-  EXPECT_EQ(File.Entries(2).size(), size_t(Inserted));
-  EXPECT_EQ(engine::ListDeletedRecords(File.Engine), std::vector<int32_t>{Inserted + 1});
-  File.Delete(1, {Numbered("K", 0, 4), Numbered("V", 0, 4)});  // removals make room again
-  EXPECT_EQ(File.Status, 0);
-  EXPECT_TRUE(File.Problems().empty());
 }
 
 // Record numbers 17219 and 17220 are stored as "CC\0\0" and "DC\0\0": the bytes of the
@@ -277,19 +165,13 @@ TEST(DamagedKeyFile, EveryCommandThatMeetsTheDamageFailsAsDamaged) {
   for (const Damage& D : std::vector<Damage>{
            {2, Int16ToBytes(512), {}},       // node size
            {16, std::string(1, '\0'), {}},   // key length 0
-           {17, Int32ToBytes(1 << 30), {}},  // root outside the file
            {1, std::string(1, '\x0B'), {}},  // eleven keys
-           {0,
-            Sound.substr(0, 20 + 3 * 1024 + 100),
-            {"L\\1\\1", "S\\1\\1\\K1499     ", "I\\1\\K9999"}},
+           {0, Sound.substr(0, 20 + 3 * 1024 + 100), {"L\\1\\1", "I\\1\\K9999"}},
            {Root + 1, Int16ToBytes(500), Tree},  // a count beyond the capacity
-           {Root + 1, Int16ToBytes(-3), {"G\\1\\1\\K"}},
            {File.ValueAt(Root, 10, 0), std::string(1, '\x07'), {"F\\1\\1"}},  // no known kind
-           // Children past the end, off a page, negative, and the root itself (a cycle,
-           // caught by the depth of the level buffers; damage is not retried).
+           // A child past the end, and the root itself (a cycle, caught by the depth of the
+           // level buffers; damage is not retried).
            {Root + 13, Int32ToBytes(99999999), Tree},
-           {Root + 13, Int32ToBytes(Root + 100), Tree},
-           {Root + 13, Int32ToBytes(-5), Tree},
            {Root + 13, Int32ToBytes(Root), Tree}}) {
     File.SetFileBytes(Sound);
     if (D.Position == 0) {
