@@ -92,11 +92,7 @@ class EngineFile {
     std::copy_n(Bytes.begin() + (Position - 1), kNodeSize, Out.begin());
     return Out;
   }
-  // The count of the node at Position and the value of its entry Index.
-  int CountAt(int64_t Position, int KeyLength) {
-    NodeBuffer Bytes = Page(Position);
-    return engine::NodeView(Bytes, KeyLength).Count();
-  }
+  // The value of entry Index of the node at Position.
   int32_t ValueAt(int64_t Position, int KeyLength, int Index) {
     NodeBuffer Bytes = Page(Position);
     return engine::NodeView(Bytes, KeyLength).Value(Index);

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "maintenance/audit_archive.h"
 #include "maintenance/rebuild_files.h"
 #include "records/record_codecs.h"
 #include "support/child_process.h"
@@ -136,6 +137,7 @@ TEST_F(RebuildTest, RenumbersKeysCompactsImagesAndTextsAndArchivesTheOldFiles) {
   EXPECT_EQ(testing::ZipMember(Archived("TABLA01.TQd ")).second, OldData);
   EXPECT_NE(Archived("TABLA01.TQw "), "");
   EXPECT_NE(Archived("TABLA01.TQY "), "");
+  EXPECT_EQ(AuditPath("x.zip"), Audit.Dir() + "Brinvale/Auditoria/x.zip");
   // The rebuilt table takes changes on its bulk-loaded keys, numbering after the records kept.
   T.AddNew();
   T.SetFields("NOMBRE", "nuevo");
@@ -192,7 +194,12 @@ TEST_F(RebuildTest, KeepsOnlySoundRecords) {
   };
   const std::string Zeros(6, '\0'), Deleted = "ANULADO";
   const Case Cases[] = {
-      {5, 6, {"991231", "990229", "      ", Zeros, "A51301"}, {"991231", "      ", Zeros}},
+      {10, 6, {"ANA   ", "AB\nCD ", "MU\xD1OZ ", "X\x7FY   "}, {"ANA   ", "MU\xD1OZ "}},
+      {5,
+       6,
+       {"991231", "990229", "      ", Zeros, "A51301", "99 231"},
+       {"991231", "      ", Zeros}},
+      {8, 4, {"    ", "12.5", "0012"}, {"    ", "0012"}},
       {10, 4, {"AAAA", Deleted, "BBBB", Deleted}, {"AAAA", "BBBB"}},
       {10, 4, {"AAAA", Deleted, "BBBB", Deleted}, {"AAAA", "BBBB"}, false},
       {10, 4, std::vector<std::string>(119, "AAAA"), std::vector<std::string>(119, "AAAA")}};

@@ -77,25 +77,6 @@ TEST_F(FilePoolTest, PositionedIoIsOneBasedAndZeroFills) {
   EXPECT_EQ(ReadAt(N, 1, 5), std::string("HEL\0\0", 5));
 }
 
-// Two numbers on one file stand for two processes: each sees what the other wrote, inside
-// the length it knew and beyond it, and a file shortened by its own holder reads as zeros
-// past the new end rather than faulting.
-TEST_F(FilePoolTest, ReadsSeeEveryWriterWhetherMappedOrNot) {
-  Number Reader, Writer;
-  Open(Writer, Dir.File("shared.tqd"));
-  WriteAt(Writer, 1, std::string(4096, 'a'));
-  Open(Reader, Dir.File("shared.tqd"));
-  EXPECT_EQ(ReadAt(Reader, 4000, 3), "aaa");
-  WriteAt(Writer, 4000, std::string_view("XYZ"));
-  WriteAt(Writer, 9000, std::string_view("END"));
-  EXPECT_EQ(ReadAt(Reader, 3999, 5), "aXYZa");     // inside the known length: mapped
-  EXPECT_EQ(ReadAt(Reader, 8999, 5), "\0END\0"s);  // beyond it: read, and now known
-  EXPECT_EQ(ReadAt(Reader, 9000, 3), "END");
-  Truncate(Reader, 100);
-  EXPECT_EQ(ReadAt(Reader, 98, 4), "aaa\0"s);
-  EXPECT_EQ(ReadAt(Reader, 4000, 3), std::string(3, '\0'));
-}
-
 TEST_F(FilePoolTest, ReportsFaultsByNumber) {
   Number N;
   EXPECT_EQ(FaultOf([&] { ReadAt(N, 1, 1); }), 52);  // not open
@@ -115,22 +96,6 @@ TEST_F(FilePoolTest, ReportsFaultsByNumber) {
   Open(N, Dir.File("t.bin"), OpenMode::Truncate);  // reopening closes the first
   EXPECT_EQ(Length(N), 0);
   EXPECT_EQ(FaultOf([&] { WriteAt(N, -5, std::string_view("x")); }), 63);
-}
-
-TEST_F(FilePoolTest, RangeLocksExcludeOtherDescriptorsOfTheSameProcess) {
-  Number A, B, C;
-  for (FileNo N : {FileNo(A), FileNo(B), FileNo(C)}) Open(N, Dir.File("locks.tqd"));
-  LockRange(A, 10, 19);
-  EXPECT_EQ(FaultOf([&] { LockRange(B, 19, 25); }), 70);
-  EXPECT_EQ(FaultOf([&] { LockRange(B, 1, 10, false); }), 70);
-  LockRange(B, 20, 29);      // the neighbouring range is free
-  LockRange(A, 10, 19);      // taking one's own range again is fine
-  UnlockRange(B, 500, 600);  // unlocking what is not locked is harmless
-  Close(B);                  // closing another descriptor keeps A's lock
-  EXPECT_EQ(FaultOf([&] { LockRange(C, 10, 10); }), 70);
-  Close(A);  // closing the holder drops its lock
-  LockRange(C, 10, 10);
-  UnlockRange(C, 10, 10);
 }
 
 TEST_F(FilePoolTest, FindsFilesWhateverTheirCaseAndPrefersAnExactMatch) {
@@ -165,24 +130,6 @@ TEST_F(FilePoolTest, ResolvesDirectoryByDirectoryWithEitherSeparator) {
   EXPECT_EQ(ResolvePath(Dir.Dir() + Utf8ToCp1252("CONTA/SEÑAL.TQD")), Dir.File("Conta/Señal.tqd"));
 }
 
-TEST_F(FilePoolTest, DeleteRenameAndMakeDirectory) {
-  Dir.Write("Old.TQD", "abc");
-  RenameFile(Dir.File("OLD.tqd"), Dir.File("New.tqd"));
-  EXPECT_EQ(Dir.Read("New.tqd"), "abc");
-  DeleteFile(Dir.File("NEW.TQD"));
-  EXPECT_FALSE(FileExists(Dir.File("New.tqd")));
-  EXPECT_EQ(FaultOf([&] { DeleteFile(Dir.File("New.tqd")); }), 53);
-  EXPECT_EQ(FaultOf([&] { RenameFile(Dir.File("gone"), Dir.File("x")); }), 53);
-
-  MakeDirectory(Dir.Dir() + "Brinvale");
-  MakeDirectory(Dir.Dir() + "BRINVALE\\Auditoria");
-  EXPECT_TRUE(DirectoryExists(Dir.File("Brinvale/Auditoria")));
-  EXPECT_EQ(FaultOf([&] { MakeDirectory(Dir.File("brinvale")); }), 75);
-  Dir.Write("plain", "");
-  EXPECT_EQ(FaultOf([&] { MakeDirectory(Dir.File("PLAIN")); }), 75);
-  EXPECT_EQ(FaultOf([&] { MakeDirectory(Dir.File("a/b/c")); }), 76);
-}
-
 TEST(Settings, ReadsTheValueFromTheNamedFileAsWindows1252) {
   testing::TempDir Dir;
   const std::string Ini = Dir.Write("brinvale.ini",
@@ -202,19 +149,6 @@ TEST(Settings, ReadsTheValueFromTheNamedFileAsWindows1252) {
   EXPECT_EQ(GetRegSetting("Quoted", "", "none"), "with blanks ");
   EXPECT_EQ(GetRegSetting("Missing", "", "none"), "none");
   EXPECT_EQ(GetRegSetting("Directory", "Nowhere", "dflt"), "dflt");
-}
-
-TEST(Settings, FallsBackToTheConfigDirectory) {
-  testing::TempDir Dir;
-  testing::ScopedEnv Explicit("TQDB_SETTINGS", nullptr);
-  testing::ScopedEnv Xdg("XDG_CONFIG_HOME", Dir.Path().c_str());
-  EXPECT_EQ(GetRegSetting("Directory", "", "default"), "default");  // no file
-  std::filesystem::create_directories(Dir.File("orvek"));
-  Dir.Write("orvek/brinvale.ini", "[Settings]\nDirectory=/from/xdg/\n");
-  EXPECT_EQ(GetRegSetting("Directory", "", "default"), "/from/xdg/");
-  testing::ScopedEnv NoXdg("XDG_CONFIG_HOME", nullptr);
-  testing::ScopedEnv Home("HOME", Dir.Path().c_str());
-  EXPECT_EQ(GetRegSetting("Directory", "", "default"), "default");  // ~/.config has none
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // Text and numbers as the system converts them: the code page, the number rules and the
-// locale's separators, the Variant's conversions, messages, faults and the clock.
+// locale's separators, and the Variant's conversions.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,7 +12,6 @@
 #include "platform/clock.h"
 #include "platform/codepage.h"
 #include "platform/fault.h"
-#include "platform/messages.h"
 #include "platform/numbers.h"
 #include "support/scoped_env.h"
 #include "support/temp_dir.h"
@@ -171,6 +170,7 @@ TEST(Numbers, WrittenAsTheSystemWritesThem) {
   EXPECT_EQ(SingleToText(1.0f / 3), "0.3333333");
   EXPECT_EQ(SingleToText(12345678.0f), "1.234568E+07");
   EXPECT_EQ(StrOf(5), " 5");
+  EXPECT_DOUBLE_EQ(MinutesDotSeconds(3601.5), 60.02);
 }
 
 TEST(Variant, ConvertsToTextAndNumberAndComparesTypeAndValue) {
@@ -196,35 +196,6 @@ TEST(Variant, ConvertsToTextAndNumberAndComparesTypeAndValue) {
   EXPECT_EQ(Variant(std::vector<Variant>{1, "a"}), Variant(std::vector<Variant>{1, "a"}));
   EXPECT_FALSE(Variant(std::vector<Variant>{1}) == Variant(std::vector<Variant>{1, 2}));
   EXPECT_STREQ(TQError(50234, "Campo X no existe", "Fields").what(), "50234: Campo X no existe");
-}
-
-TEST(Messages, ReachTheSinkAsUtf8AndFaultsCarrySpanishDescriptions) {
-  std::vector<std::pair<std::string, MessageIcon>> Seen;
-  SetMessageSink([&](const std::string& Text, MessageIcon Icon) { Seen.emplace_back(Text, Icon); });
-  ShowMessage("\xCDndice estropeado", MessageIcon::Critical);
-  ShowMessage("hola");
-  ASSERT_EQ(Seen.size(), 2u);
-  EXPECT_EQ(Seen[0], std::make_pair(std::string("Índice estropeado"), MessageIcon::Critical));
-  EXPECT_EQ(Seen[1].second, MessageIcon::None);
-  SetMessageSink([](const std::string&, MessageIcon) { throw std::runtime_error("sink"); });
-  EXPECT_NO_THROW(ShowMessage("x"));  // a throwing sink is harmless
-  SetMessageSink(nullptr);            // back to stderr
-  ::testing::internal::CaptureStderr();
-  ShowMessage("to stderr", MessageIcon::Exclamation);
-  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "tqdb: aviso: to stderr\n");
-  EXPECT_STREQ(Fault(53, "", "OpenFile").what(), "No se encontró el archivo");
-  EXPECT_EQ(FaultDescription(12345), "Error definido por la aplicación o el objeto");
-}
-
-TEST(Clock, MinutesDotSecondsAndTempDirectory) {
-  EXPECT_DOUBLE_EQ(MinutesDotSeconds(150), 2.3);
-  EXPECT_DOUBLE_EQ(MinutesDotSeconds(3601.5), 60.02);
-  {
-    testing::ScopedEnv Tmp("TMPDIR", "/var/tmp");
-    EXPECT_EQ(TempDirectory(), "/var/tmp/");
-  }
-  testing::ScopedEnv Tmp("TMPDIR", nullptr);
-  EXPECT_EQ(TempDirectory(), "/tmp/");
 }
 
 }  // namespace

@@ -38,20 +38,6 @@ std::tuple<int32_t, std::string, std::string> ErrorOf(const std::function<void()
   return {0, "", ""};
 }
 
-TEST(TQFileTest, StartsOnKeyOneAndBofAndEofFollowTheStatus) {
-  const struct {
-    int16_t Status;
-    bool Bof, Eof;
-  } Cases[] = {{0, false, false}, {12, false, false}, {13, true, false},
-               {15, false, true}, {16, true, true},   {22, false, false}};
-  for (const auto& C : Cases) {
-    TQFile Table;
-    EXPECT_EQ(Table.Index(), 1);
-    Table.State().LastError = C.Status;
-    EXPECT_EQ(std::pair(Table.Bof(), Table.Eof()), std::pair(C.Bof, C.Eof)) << C.Status;
-  }
-}
-
 // Texts cross the interface as UTF-8 and travel as Windows-1252; keys are found in upper
 // case. Faults 52 and 63 inside a command are statuses 100 and 101; any other fault reaches
 // the caller as error 55000 with the fault's description and no source, status 105.
