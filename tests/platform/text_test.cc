@@ -12,6 +12,7 @@
 #include "platform/clock.h"
 #include "platform/codepage.h"
 #include "platform/fault.h"
+#include "platform/messages.h"
 #include "platform/numbers.h"
 #include "support/scoped_env.h"
 #include "support/temp_dir.h"
@@ -171,6 +172,9 @@ TEST(Numbers, WrittenAsTheSystemWritesThem) {
   EXPECT_EQ(SingleToText(12345678.0f), "1.234568E+07");
   EXPECT_EQ(StrOf(5), " 5");
   EXPECT_DOUBLE_EQ(MinutesDotSeconds(3601.5), 60.02);
+  ::testing::internal::CaptureStderr();  // messages go to stderr when no sink is set
+  ShowMessage("\xCDndice", MessageIcon::Exclamation);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "tqdb: aviso: Índice\n");
 }
 
 TEST(Variant, ConvertsToTextAndNumberAndComparesTypeAndValue) {

@@ -115,6 +115,8 @@ TEST(DictionaryTest, RejectsWhatCannotDescribeATable) {
   EXPECT_EQ(FaultNumberOf(DictionaryBytes(Long)), 6);
   Long.Fields.resize(14);  // 14 * 2277 = 31878 bytes still fit
   EXPECT_EQ(FaultNumberOf(DictionaryBytes(Long)), 0);
+  Long.Fields.assign(99, {"F", 10, 1});  // 99 fields, the most there may be
+  EXPECT_EQ(FaultNumberOf(DictionaryBytes(Long)), 0);
 }
 
 TEST(DictionaryTest, LoadFillsTheTableStateOrLeavesItAlone) {
