@@ -54,10 +54,17 @@ TEST(KeyFileLayout, EmptyFileHasHeaderDescriptorsAndOneEmptyRootPerKey) {
   }
 }
 
-// Record numbers 17219 and 17220 are stored as "CC\0\0" and "DC\0\0": the bytes of the
-// value "CC" occur inside a record number before the entry that holds it.
+// Every search of an empty key ends with status 16. Record numbers 17219 and 17220 are
+// stored as "CC\0\0" and "DC\0\0": the bytes of the value "CC" occur inside a record number
+// before the entry that holds it.
 TEST(KeySearch, IgnoresValuesInsideRecordNumbersAndStaleEntries) {
   EngineFile File({2});
+  for (const char* Command :
+       {"F\\1\\1", "L\\1\\1", "G\\1\\1\\A", "S\\1\\1\\AB", "A\\1\\5\\1\\AB", "E\\1\\5\\1\\AB"}) {
+    File.Result = 99;
+    EXPECT_EQ((File.Run(Command), File.Status), 16) << Command;  // an empty key
+    EXPECT_EQ(File.Result, 0) << Command;
+  }
   engine::ReadHeader(File.Engine);
   File.Engine.Header.LastRecord = 17218;
   engine::WriteHeader(File.Engine);
