@@ -21,12 +21,8 @@ struct ToolResult {
   std::string Err;
 };
 
-// The directory of the sample data set, found from this file's place in the tree.
-inline std::string ExamplesDir() {
-  return (std::filesystem::path(__FILE__).parent_path() / ".." / ".." / "examples" / "data")
-      .lexically_normal()
-      .string();
-}
+// The directory of the sample data set (set by the build: __FILE__ may be relative).
+inline std::string ExamplesDir() { return TQDB_EXAMPLES_DIR; }
 
 // Runs "tqdb Args..." through the shell with stdout and stderr captured in files of Scratch,
 // and with TMPDIR pointing into Scratch (so that a rebuild's audit archive stays there too).
