@@ -126,19 +126,19 @@ class RecordsetModelTest : public ::testing::Test {
                                          "Perez",  "ALONSO", "\xC1lvarez", "zapata",   "Ibarra",
                                          "o'neil", "Z",      "alberto",    "Ruiz",     "ruiz"};
     static const char* const kGroups[] = {"A", "B", "c", "D"};
-    Row R;
-    R.Code = std::to_string(Pick(0, 999));
-    R.Name = kNames[Pick(0, 14)];
-    R.Day = Date{Pick(1960, 2059), Pick(1, 12), Pick(1, 28)};
-    R.Group = kGroups[Pick(0, 3)];
-    R.Amount = Pick(-4000, 4000) / 4.0;
-    R.Qty = Pick(-30000, 30000);
-    R.Price = static_cast<float>(Pick(-400, 400)) / 8;
-    R.Total = Pick(INT_MIN, INT_MAX);
+    // Braces draw left to right.
+    Row R{std::to_string(Pick(0, 999)),
+          kNames[Pick(0, 14)],
+          Date{Pick(1960, 2059), Pick(1, 12), Pick(1, 28)},
+          kGroups[Pick(0, 3)],
+          Pick(-4000, 4000) / 4.0,
+          Pick(-30000, 30000),
+          static_cast<float>(Pick(-400, 400)) / 8,
+          Pick(INT_MIN, INT_MAX),
+          "",
+          ""};
     R.Foto = Pick(0, 3) ? std::string(static_cast<size_t>(Pick(1, 300)), "ab\xF1"[Pick(0, 2)]) : "";
-    R.Memo = Pick(0, 3)
-                 ? std::to_string(Pick(0, 9)) + std::string(static_cast<size_t>(Pick(0, 150)), 'm')
-                 : "";
+    R.Memo = Pick(0, 3) ? std::to_string(Pick(0, 9)) + std::string(size_t(Pick(0, 150)), 'm') : "";
     return R;
   }
 
@@ -172,13 +172,9 @@ class RecordsetModelTest : public ::testing::Test {
     T.AddNew();
     for (const char* F : kFields) Put(F, R);
     T.Update();
-    int32_t Expected = M.Last + 1;
-    if (!M.Freed.empty()) {
-      Expected = M.Freed.back();
-      M.Freed.pop_back();
-    } else {
-      M.Last = Expected;
-    }
+    const bool Reuse = !M.Freed.empty();
+    const int32_t Expected = Reuse ? M.Freed.back() : ++M.Last;
+    if (Reuse) M.Freed.pop_back();
     ASSERT_EQ(T.BookMark(), Expected);
     M.Rows[Expected] = R;
   }
@@ -189,9 +185,8 @@ class RecordsetModelTest : public ::testing::Test {
     const Row New = RandomRow();
     T.SetBookMark(Record);
     T.Edit();
-    for (const char* F : kFields) {
+    for (const char* F : kFields)
       if (Pick(0, 2) == 0) Put(F, R, &New);
-    }
     T.Update();
   }
 
@@ -249,11 +244,7 @@ class RecordsetModelTest : public ::testing::Test {
     T.SetIndex(1);
     T.SetBookMark(Record);
     // The entry before the record, then one step: the key's cursor stands on the record.
-    if (T.SeekKey(T.GetSpecialSeekKeys(), adSeekBefore) == 0) {
-      T.MoveFirst();
-    } else {
-      T.MoveNext();
-    }
+    T.SeekKey(T.GetSpecialSeekKeys(), adSeekBefore) == 0 ? T.MoveFirst() : T.MoveNext();
     ASSERT_EQ(T.BookMark(), Record);
     if (Pick(0, 1)) {
       DeleteOne(Record);
@@ -273,20 +264,14 @@ class RecordsetModelTest : public ::testing::Test {
     const auto Then = M.Neighbour(1, {KeyOf(M.Rows.at(*Expected), 1), *Expected}, Forward);
     Forward ? T.MoveNext() : T.MovePrevious();
     EXPECT_EQ(T.EngineCommand().substr(0, 1), Forward ? "N" : "P");
-    if (Then) {
-      EXPECT_EQ(T.BookMark(), *Then);
-    }
+    EXPECT_EQ(T.BookMark(), Then ? *Then : T.BookMark());
   }
 
   void CheckAgainstModel() {
     for (int Key = 1; Key <= 3; ++Key) {
       T.SetIndex(static_cast<int16_t>(Key));
       std::vector<int32_t> Walk;
-      T.MoveFirst();
-      while (T.LastError() == 0) {
-        Walk.push_back(T.BookMark());
-        T.MoveNext();
-      }
+      for (T.MoveFirst(); T.LastError() == 0; T.MoveNext()) Walk.push_back(T.BookMark());
       ASSERT_EQ(Walk, M.Order(Key)) << "key " << Key;
     }
     for (const auto& [Record, R] : M.Rows) {

@@ -291,15 +291,17 @@ TEST_F(DamagedFilesTest, KeyFile) {
   const size_t Size = HealthyBytes("DANOS01.TQC").size(), First = 15 + 5 * 3;
   const int32_t Page1 = int32_t(First) + 1, Huge = 0x7FFFFFFF;
   std::vector<Damage> Cases = {
-      {"root of key 2 is key 1's", [](std::string& B) { B.replace(22, 4, B.substr(17, 4)); }}};
+      {"root of key 2 is key 1's", [](std::string& B) { B.replace(22, 4, B.substr(17, 4)); }},
+      {"a page fragment at the end", [](std::string& B) { B += std::string(38, 'x'); }}};
   // The header (key count, node size, last record, deleted count and head), the descriptors
   // (key length, root), then pages spread over the file: kind, count and pointers bent.
   const std::vector<std::pair<size_t, std::string>> Bytes = {
       {0, "\0"s},      {0, "\x0B"}, {0, "\xFF"},  {0, "\x01"},
       {1, "\xFF\x03"}, {15, "\0"s}, {15, "\xFF"}, {20, "\x01"}};
   const std::vector<std::pair<size_t, int32_t>> Numbers = {
-      {3, -5},       {3, 0},      {3, Huge}, {7, Huge},   {7, -1},         {11, 17},
-      {11, 1 << 30}, {11, Page1}, {16, 0},   {16, -1024}, {16, Page1 + 4}, {21, 1 << 29}};
+      {3, -5},     {3, 0},          {3, Huge},    {7, Huge},   {7, -1},
+      {11, 17},    {11, 1 << 30},   {11, 786688}, {11, Page1}, {16, 0},
+      {16, -1024}, {16, Page1 + 4}, {21, 1 << 29}};
   for (const auto& [At, Text] : Bytes)
     Cases.push_back({"bytes at " + std::to_string(At), Put(At, Text)});
   for (const auto& [At, Value] : Numbers)
@@ -367,72 +369,11 @@ TEST_F(DamagedFilesTest, ImageAndLongTextFiles) {
     Cases.push_back({"first capacity " + std::to_string(Value), Put32(0, Value)});
     Cases.push_back({"first owner " + std::to_string(Value), Put32(4, Value)});
   }
-  RunAll("DANOS01.TQW",
-         {0, 1, 5, 9, 50, HealthyBytes("DANOS01.TQW").size() / 2,
-          HealthyBytes("DANOS01.TQW").size() - 1},
-         Cases);
-  RunAll("DANOS01.TQY",
-         {0, 1, 5, 9, 50, HealthyBytes("DANOS01.TQY").size() / 2,
-          HealthyBytes("DANOS01.TQY").size() - 1},
-         {});
-}
-
-// Adds Count records with CODIGO "C<First + I>" to T.
-void AddCodes(TQFile& T, int Count, int First) {
-  for (int I = 0; I < Count; ++I) {
-    T.AddNew();
-    T.SetFields("CODIGO", "C" + std::to_string(First + I));
-    T.SetFields("NOMBRE", "NOMBRE " + std::to_string(I % 7));
-    T.Update();
+  for (const std::string File : {"DANOS01.TQW", "DANOS01.TQY"}) {
+    const size_t Size = HealthyBytes(File).size();
+    RunAll(File, {0, 1, 5, 9, 50, Size / 2, Size - 1},
+           File.ends_with('W') ? Cases : std::vector<Damage>{});
   }
-}
-std::unique_ptr<TQFile> OpenDanos(const TempDir& Dir) {
-  auto T = std::make_unique<TQFile>();
-  T->OpenFile(Dir.File("DANOS01"), Dir.Dir());
-  return T;
-}
-// A small DANOS of Count records made by AddCodes; returns its key file's bytes.
-std::string SmallTable(const TempDir& Dir, int Count, int First) {
-  WriteDictionary(Dir.Dir(), "DANOS", kSpec);
-  WriteDataFile(Dir.File("DANOS01.tqd"), {});
-  AddCodes(*OpenDanos(Dir), Count, First);
-  return ReadAll(FindFile(Dir, "DANOS01.TQC"));
-}
-
-// A write cut short (a full disk) can leave a fragment of a page at the end of the key file.
-// New pages must cover it, not follow it off the page boundaries.
-TEST(DamagedKeyFileTest, NewPagesCoverAFragmentAtTheEnd) {
-  TempDir Dir;
-  WriteAll(FindFile(Dir, "DANOS01.TQC"), SmallTable(Dir, 0, 0) + std::string(38, 'x'));
-  const auto File = OpenDanos(Dir);
-  TQFile& T = *File;
-  AddCodes(T, 300, 0);
-  for (int I = 1; I <= 300; I += 2) T.Delete(I);
-  EXPECT_EQ(TableSoundness(T), "");
-  EXPECT_EQ(T.DeletedRecordCount(), 150);
-}
-
-// A Delete on a damaged deleted-record stack fails before it removes a key: the record stays
-// whole, with every key, and is not marked.
-TEST(DamagedKeyFileTest, DeleteOnADamagedStackChangesNothing) {
-  TempDir Dir;
-  std::string Bytes = SmallTable(Dir, 20, 0);
-  Put32(11, 786688)(Bytes);  // the stack's head far beyond the end, the stack empty
-  WriteAll(FindFile(Dir, "DANOS01.TQC"), Bytes);
-  const auto File = OpenDanos(Dir);
-  TQFile& T = *File;
-  T.SetIndex(1);
-  const int32_t Record = T.SeekKey(Variant("C7"));
-  ASSERT_GT(Record, 0);
-  EXPECT_THROW(T.Delete(Record), TQError);
-  for (int16_t K = 1; K <= 3; ++K) {
-    T.SetIndex(K);
-    int Seen = 0;
-    for (T.MoveFirst(); T.LastError() == 0; T.MoveNext()) Seen += T.BookMark() == Record;
-    EXPECT_EQ(Seen, 1) << "key " << K;
-  }
-  T.SetBookMark(Record);
-  EXPECT_EQ(Trimmed(T.Fields("CODIGO")), "C7");
 }
 
 }  // namespace
