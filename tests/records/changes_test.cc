@@ -83,10 +83,6 @@ class ChangesTest : public ::testing::Test {
     EXPECT_EQ(Found, T.BookMark());
     return Found;
   }
-  std::string SpecialKeyOf(int32_t Record) {
-    T.SetBookMark(Record);
-    return T.GetSpecialSeekKeys();
-  }
   std::string RecordOnDisk(int32_t Record) {
     const size_t Length = static_cast<size_t>(testing::RecordLengthOf(kSpec));
     return Table.DataBytes().substr(static_cast<size_t>(Record - 1) * Length, Length);
@@ -301,11 +297,12 @@ TEST_F(ChangesTest, SeeksTakeSpecialKeysArraysDatesAndBinaryValues) {
   const std::string FileNo = std::to_string(T.DataFileNo());
   const auto Special = [&](int16_t Key, int32_t Record) {
     T.SetIndex(Key);
-    return Variant(SpecialKeyOf(Record));
+    T.SetBookMark(Record);
+    return Variant(T.GetSpecialSeekKeys());
   };
   EXPECT_EQ(Special(1, 4).ToString(), "1\\4\\" + FileNo + "\\DELTA   ");
   EXPECT_EQ(Special(4, 4).ToString(), "4\\4\\" + FileNo + "\\DELTA   0004");
-  EXPECT_EQ(SpecialKeyOf(0), "");
+  EXPECT_EQ(Special(1, 0).ToString(), "");
   using V = std::vector<Variant>;
   for (const auto& [Key, Value, Option, Record] :
        std::vector<std::tuple<int16_t, Variant, int32_t, int32_t>>{

@@ -62,15 +62,12 @@ struct Report {
     for (std::string Kind, Key; In >> Kind >> Key;) {
       if (Kind == "M") {
         Movement& M = Movements[Key];
-        In >> M.Estado >> M.Importe >> std::ws;
-        std::getline(In, M.Nota);
-        continue;
+        std::getline(In >> M.Estado >> M.Importe >> std::ws, M.Nota);
+      } else {
+        std::pair<double, int> Sum;
+        In >> Sum.first >> Sum.second;
+        Added[Key].first += Sum.first, Added[Key].second += Sum.second;
       }
-      double Saldo = 0;
-      int Unidades = 0;
-      In >> Saldo >> Unidades;
-      Added[Key].first += Saldo;
-      Added[Key].second += Unidades;
     }
   }
 };
