@@ -1,8 +1,6 @@
 // The key file's layout and pages where the randomized model test cannot look: the bytes
 // of a new file, entries hidden in record numbers, the deleted-record pages, the tree
-// checker's findings, damaged files (every command that meets the damage ends with status
-// 105 and the "estropeado" description, without a crash or a hang, and leaves the key file
-// unlocked) and the misuses the bulk builder refuses.
+// checker's findings and the misuses the bulk builder refuses.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -13,7 +11,6 @@
 #include "engine/key_update.h"
 #include "engine/record_allocator.h"
 #include "engine_fixture.h"
-#include "platform/file_pool.h"
 
 namespace tqdb::testing {
 namespace {
@@ -21,20 +18,6 @@ namespace {
 using engine::Int16ToBytes;
 using engine::Int32ToBytes;
 using engine::LoadInt32;
-using engine::NodeView;
-
-// Decoders check the length; a node view stays inside its page.
-TEST(KeyCodec, DecodersAndNodeViewsStayInBounds) {
-  EXPECT_EQ(engine::BytesToInt16(std::string("\x00\x04", 2)), 1024);
-  EXPECT_THROW(engine::BytesToInt16("abc"), platform::Fault);
-  EXPECT_THROW(engine::BytesToInt32("ab"), platform::Fault);
-  EXPECT_THROW(engine::BytesToDouble(""), platform::Fault);
-  NodeBuffer Buffer{};
-  NodeView Node(Buffer, 255);
-  EXPECT_NO_THROW(Node.Entry(2));
-  EXPECT_THROW(Node.Entry(3), platform::Fault);  // 3 + 4 x 259 > 1024
-  EXPECT_THROW(Node.Entry(-1), platform::Fault);
-}
 
 TEST(KeyFileLayout, EmptyFileHasHeaderDescriptorsAndOneEmptyRootPerKey) {
   TempDir Dir;
@@ -154,54 +137,6 @@ TEST(TreeChecker, NamesEachKindOfDamage) {
   }
   EXPECT_FALSE(engine::CheckKeyTree(File.Engine, 2).empty());  // not in the file
   EXPECT_TRUE(engine::ListKeyEntries(File.Engine, 0).empty());
-}
-
-TEST(DamagedKeyFile, EveryCommandThatMeetsTheDamageFailsAsDamaged) {
-  EngineFile File({10});  // a two-level tree of key length 10 (72 entries per node)
-  for (int I = 0; I < 500; ++I) File.Insert({"K" + std::to_string(1000 + I)});
-  const int32_t Root = File.Engine.RootPos[1];
-  const std::string Sound = File.FileBytes(), Open = "/O/" + CommandPath(File.Path()) + "/1";
-  const std::string Expected =
-      "Archivo \r\n" + File.Path() + "\r\nestropeado... debe recrear índices";
-  const std::vector<std::string> Tree = {"F\\1\\1", "G\\1\\1\\K", "I\\1\\A", "D\\1\\Y\\1\\K1000"};
-  struct Damage {
-    int64_t Position;  // 0: the file cut there
-    std::string Bytes;
-    std::vector<std::string> Commands;  // each run on the file reopened; none: the open fails
-  };
-  for (const Damage& D : std::vector<Damage>{
-           {2, Int16ToBytes(512), {}},       // node size
-           {16, std::string(1, '\0'), {}},   // key length 0
-           {1, std::string(1, '\x0B'), {}},  // eleven keys
-           {0, Sound.substr(0, 20 + 3 * 1024 + 100), {"L\\1\\1", "I\\1\\K9999"}},
-           {Root + 1, Int16ToBytes(500), Tree},  // a count beyond the capacity
-           {File.ValueAt(Root, 10, 0), std::string(1, '\x07'), {"F\\1\\1"}},  // no known kind
-           // A child past the end, and the root itself (a cycle, caught by the depth of the
-           // level buffers; damage is not retried).
-           {Root + 13, Int32ToBytes(99999999), Tree},
-           {Root + 13, Int32ToBytes(Root), Tree}}) {
-    File.SetFileBytes(Sound);
-    if (D.Position == 0) {
-      File.SetFileBytes(D.Bytes);
-    } else {
-      File.PokeBytes(D.Position, D.Bytes);
-    }
-    for (const std::string& Command :
-         D.Commands.empty() ? std::vector<std::string>{Open} : D.Commands) {
-      if (!D.Commands.empty()) File.Open();
-      File.Run(Command);
-      EXPECT_EQ(File.Status, 105) << D.Position << " " << Command;
-      EXPECT_EQ(File.ErrorText, Expected) << D.Position << " " << Command;
-    }
-    EXPECT_TRUE(!D.Commands.empty() || File.Engine.KeyFileNo == 0);
-    const platform::FileNo Other = platform::TakeFreeNumber();
-    platform::Open(Other, File.Path());
-    EXPECT_NO_THROW(platform::LockRange(Other, 1, 1)) << D.Position;
-    platform::ReleaseNumber(Other);
-  }
-  File.SetFileBytes("");
-  File.Run(Open);
-  EXPECT_EQ(File.Status, 22);  // an empty file is no key file at all
 }
 
 TEST(BulkMisuseTest, RefusesDisorderUsedKeysTooDeepTreesAndShortRecordCounts) {

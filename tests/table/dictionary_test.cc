@@ -6,9 +6,7 @@
 #include <vector>
 
 #include "platform/fault.h"
-#include "platform/file_pool.h"
 #include "support/table_writer.h"
-#include "support/temp_dir.h"
 #include "table/TQFile.h"
 
 namespace tqdb {
@@ -117,25 +115,6 @@ TEST(DictionaryTest, RejectsWhatCannotDescribeATable) {
   EXPECT_EQ(FaultNumberOf(DictionaryBytes(Long)), 0);
   Long.Fields.assign(99, {"F", 10, 1});  // 99 fields, the most there may be
   EXPECT_EQ(FaultNumberOf(DictionaryBytes(Long)), 0);
-}
-
-TEST(DictionaryTest, LoadFillsTheTableStateOrLeavesItAlone) {
-  testing::TempDir Dir;
-  testing::WriteDictionary(Dir.Dir(), "CLIEN", Customers());
-  Dir.Write("MALAS.tqa", WithRecord(DictionaryBytes(Customers()), 7, "I0" + std::string(31, ' ')));
-  TableState State;
-  State.DictionaryDir = Dir.Path();  // no trailing separator
-  LoadDictionary(State, "CLIEN");
-  EXPECT_EQ(State.DictionaryDir, Dir.Path() + "/");  // as Linux writes it
-  ASSERT_EQ(State.FieldBuffer.size(), 7u);
-  EXPECT_EQ(State.FieldBuffer[2], std::string(30, ' '));
-  EXPECT_EQ(State.FieldValues.size(), 7u);
-  EXPECT_TRUE(State.DataFileOpen);
-  EXPECT_GT(State.DataFileNo, 0);
-  EXPECT_FALSE(platform::IsOpen(State.DataFileNo));
-  EXPECT_THROW(LoadDictionary(State, "MALAS"), Fault);
-  EXPECT_EQ(State.NumFields, 6);
-  EXPECT_EQ(State.KeyCount, 2);
 }
 
 }  // namespace
