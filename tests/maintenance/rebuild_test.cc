@@ -1,13 +1,10 @@
 // Rebuild through the public interface: what it keeps and drops, how it renumbers and
-// re-keys, what it archives, when it refuses, and that a failure or a crash at any point
-// loses no live record.
+// re-keys, what it archives, when it refuses, and that a failure loses no live record.
 #include "maintenance/rebuild.h"
 
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -16,7 +13,6 @@
 #include "maintenance/audit_archive.h"
 #include "maintenance/rebuild_files.h"
 #include "records/record_codecs.h"
-#include "support/child_process.h"
 #include "support/file_checks.h"
 #include "support/key_agreement.h"
 #include "support/open_table.h"
@@ -249,41 +245,6 @@ TEST_P(RebuildFailureTest, LeavesTheTableAsItWas) {
 INSTANTIATE_TEST_SUITE_P(WhereANewFileGoes, RebuildFailureTest,
                          ::testing::Values("TABLAZZ.tqd", "TABLAZZ.tqc", "TABLA01.zzz",
                                            "TABLAZZ.tqy"));
-
-// A crash (SIGKILL) at each point of a rebuild run by another process: the table's records
-// are all there after an open, and a second rebuild gives the full result.
-class RebuildCrashTest : public RebuildTest, public ::testing::WithParamInterface<int> {};
-
-TEST_P(RebuildCrashTest, EveryLiveRecordSurvives) {
-  Fill(T, 70);
-  const Values Live = Records(T, true), Before = Records(T, false);
-  T.CloseDB();
-  testing::ChildProcess Child([&] {
-    ::setenv("TQDB_REBUILD_CRASH_AT", std::to_string(GetParam()).c_str(), 1);
-    TQFile Crashing;
-    Crashing.OpenFile(Table.FileName(), Table.Dir().Dir());
-    Crashing.Rebuild();
-    return 3;  // the crash point was not reached
-  });
-  Child.Wait(std::chrono::seconds(60));
-  ASSERT_TRUE(Child.Killed()) << Child.Outcome();
-  ASSERT_EQ(T.OpenFile(Table.FileName(), Table.Dir().Dir()), 0);
-  // Before the commit mark the table is as it was; from the mark on the new files win: the
-  // open itself completes the commit.
-  EXPECT_EQ(Records(T, false), GetParam() < kCrashAfterMark ? Before : Live);
-  EXPECT_EQ(KeyDataAgreement(T), "");
-  if (GetParam() >= kCrashAfterMark) {
-    EXPECT_EQ(WorkFiles(Table.Dir()), "");
-  }
-  T.Rebuild();
-  ExpectRebuilt(Live);
-}
-
-INSTANTIATE_TEST_SUITE_P(AtEachPoint, RebuildCrashTest,
-                         ::testing::Values(kCrashMidCopy, kCrashAfterCopy, kCrashMidKeys,
-                                           kCrashMidImages, kCrashAfterStaging, kCrashAfterMark,
-                                           kCrashMidRenames, kCrashAfterRenames,
-                                           kCrashBeforeClose));
 
 }  // namespace
 }  // namespace tqdb

@@ -49,12 +49,6 @@ std::vector<std::string> ClientRecords(int Count) {
   return Records;
 }
 
-std::string Joined(const std::vector<std::string>& Records) {
-  std::string All;
-  for (const std::string& R : Records) All += R;
-  return All;
-}
-
 class OpenTableTest : public ::testing::Test {
  protected:
   // Writes the dictionary and the data file, and the key file unless told not to.
@@ -185,22 +179,6 @@ TEST_F(OpenTableTest, AKeyFileThatCannotBeOpenedIsReportedAndNotRebuilt) {
   ASSERT_EQ(Shown.Messages.size(), 3u);
   EXPECT_EQ(Shown.Messages[2].first, "Permiso denegado");
   EXPECT_EQ(Shown.Messages[2].second, MessageIcon::Critical);
-}
-
-// A missing data file is created empty; a partial last record counts by rounding.
-TEST_F(OpenTableTest, DataFilesOfAnyLengthOpen) {
-  testing::WriteDictionary(Dict.Dir(), "CLIEN", Clients());
-  const std::string All = Joined(ClientRecords(3));
-  for (const auto& [Bytes, Count] : std::vector<std::pair<int, int>>{
-           {-1, 0}, {0, 0}, {2 * 26 + 14, 3}, {2 * 26 + 13, 2}}) {  // records of 26 bytes
-    if (Bytes >= 0) Data.Write("CLIEN01.tqd", All.substr(0, size_t(Bytes)));
-    TQFile Table;
-    EXPECT_EQ(Table.OpenFile(TableFile(), Dict.Dir()), 0);
-    EXPECT_EQ(fs::file_size(Data.File("CLIEN01.tqd")), size_t(std::max(Bytes, 0)));
-    EXPECT_EQ(Table.RecordCount(), Count) << Bytes;
-    if (Count == 0) Table.MoveFirst();
-    EXPECT_EQ(Table.Bof() && Table.Eof(), Count == 0);
-  }
 }
 
 // A directory given without its last "/" is shown with it, as Linux writes it.
