@@ -92,11 +92,6 @@ class EngineFile {
     std::copy_n(Bytes.begin() + (Position - 1), kNodeSize, Out.begin());
     return Out;
   }
-  // The value of entry Index of the node at Position.
-  int32_t ValueAt(int64_t Position, int KeyLength, int Index) {
-    NodeBuffer Bytes = Page(Position);
-    return engine::NodeView(Bytes, KeyLength).Value(Index);
-  }
   void PokeBytes(int64_t Position, const std::string& Bytes) {
     std::string All = FileBytes();
     All.replace(static_cast<size_t>(Position - 1), Bytes.size(), Bytes);

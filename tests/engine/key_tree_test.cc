@@ -108,7 +108,8 @@ TEST(TreeChecker, NamesEachKindOfDamage) {
   File.Delete(File.Entries(1).front().Record, {"K1000"});  // a page on the deleted stack
   ASSERT_EQ(File.Problems(), std::vector<std::string>{});
   const int32_t Root = File.Engine.RootPos[1];
-  const int32_t Leaf = File.ValueAt(Root, 6, 1);  // the root's second child
+  NodeBuffer RootPage = File.Page(Root);
+  const int32_t Leaf = engine::NodeView(RootPage, 6).Value(1);  // the root's second child
   const std::string Sound = File.FileBytes();
   struct Damage {
     int64_t Position;
