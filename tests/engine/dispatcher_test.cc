@@ -60,27 +60,6 @@ TEST(Dispatcher, FaultsBecomeStatuses) {
   }
 }
 
-// Key texts over binary fields may hold the separator byte: a command that carries every
-// key at full length is cut by the key lengths.
-TEST(Dispatcher, FullLengthKeyTextsMayHoldTheSeparator) {
-  EngineFile File({4, 3});
-  EXPECT_EQ(File.Run("I\\1\\A\\BC\\X\\Y"), 0);
-  const std::string Record = std::to_string(File.Engine.LastAllocated);
-  ASSERT_EQ(File.Status, 0);
-  EXPECT_EQ(File.Entries(1).front().Text, "A\\BC");
-  EXPECT_EQ(File.Entries(2).front().Text, "X\\Y");
-  EXPECT_EQ(File.Run("R\\2\\" + Record + "\\1\\X\\Y\\\\\\\\"), File.Engine.LastAllocated);
-  ASSERT_EQ(File.Status, 0);
-  EXPECT_EQ(File.Entries(2).front().Text, "\\\\\\");
-  File.Run("D\\" + Record + "\\Y\\1\\A\\BC\\\\\\\\");
-  EXPECT_EQ(File.Status, 0);
-  EXPECT_TRUE(File.Entries(1).empty());
-  File.Run("I\\1\\AB\\LONGER");  // shorter texts split at the separators, longer ones cut
-  ASSERT_EQ(File.Status, 0);
-  EXPECT_EQ(File.Entries(1).front().Text, "AB  ");
-  EXPECT_EQ(File.Entries(2).front().Text, "LON");
-}
-
 // The retry path: byte 1 held by another descriptor; the sleep hook counts the retries and
 // lets go of the byte after a given number.
 struct BusyHolder {

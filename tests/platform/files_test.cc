@@ -62,21 +62,6 @@ TEST_F(FilePoolTest, NumbersAreReservedUntilReleasedAndRunOutWithFault67) {
   for (FileNo N : Taken) ReleaseNumber(N);
 }
 
-TEST_F(FilePoolTest, PositionedIoIsOneBasedAndZeroFills) {
-  Number N;
-  Open(N, Dir.File("data.tqd"));
-  WriteAt(N, 1, std::string_view("HELLO"));
-  WriteAt(N, 11, std::string_view("XY"));
-  EXPECT_EQ(Length(N), 12);
-  EXPECT_EQ(ReadAt(N, 2, 3), "ELL");
-  EXPECT_EQ(ReadAt(N, 5, 8), std::string("O\0\0\0\0\0XY", 8));
-  EXPECT_EQ(ReadAt(N, 11, 5), std::string("XY\0\0\0", 5));
-  EXPECT_EQ(ReadAt(N, 100, 2), std::string(2, '\0'));
-  EXPECT_EQ(OpenName(N), Dir.File("data.tqd"));
-  Truncate(N, 3);
-  EXPECT_EQ(ReadAt(N, 1, 5), std::string("HEL\0\0", 5));
-}
-
 TEST_F(FilePoolTest, ReportsFaultsByNumber) {
   Number N;
   EXPECT_EQ(FaultOf([&] { ReadAt(N, 1, 1); }), 52);  // not open
