@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/key_codec.h"
 #include "support/table_writer.h"
 #include "tool_runner.h"
 
@@ -150,12 +151,6 @@ TEST_F(Commands, UpdateDeleteAndImportKeepTheTableSound) {
   });
 }
 
-int32_t LoadInt32(const std::string& Bytes, size_t At) {
-  uint32_t Value = 0;
-  for (int I = 3; I >= 0; --I) Value = (Value << 8) | static_cast<uint8_t>(Bytes[At + size_t(I)]);
-  return static_cast<int32_t>(Value);
-}
-
 class CheckCommand : public SampleTablesTest {
  protected:
   // Runs check, expects Status and returns the output.
@@ -184,8 +179,11 @@ TEST_F(CheckCommand, FindsEntriesThatPointAtTheWrongRecords) {
   EXPECT_EQ(Check(0), "FACTU01: ok (3 keys, 2000 live records, 0 deleted)\n");
   std::string Bytes = Dir.Read("FACTU01.TQC");
   const size_t Length = static_cast<uint8_t>(Bytes[15]);
-  size_t Node = size_t(LoadInt32(Bytes, 16) - 1);
-  while (Bytes[Node] == 1) Node = size_t(LoadInt32(Bytes, Node + 3 + Length) - 1);
+  const auto At = [&](size_t Place) {  // the 1-based position stored at Place, as an index
+    return size_t(engine::LoadInt32(reinterpret_cast<const uint8_t*>(Bytes.data()) + Place) - 1);
+  };
+  size_t Node = At(16);
+  while (Bytes[Node] == 1) Node = At(Node + 3 + Length);
   const size_t First = Node + 3 + Length, Second = First + Length + 4;
   const std::string A = Bytes.substr(First, 4);
   Bytes.replace(First, 4, Bytes.substr(Second, 4)).replace(Second, 4, A);
