@@ -128,16 +128,5 @@ TEST_F(CreateKeyFileTest, ATablePastTheMemoryImageLimitIsFinishedOnDisk) {
   EXPECT_EQ(Walk(10), KeyOrder(Wide, 10, Records));
 }
 
-TEST_F(CreateKeyFileTest, AKeylessTableKeepsItsDeletedRecords) {
-  TableSpec Keyless = kPeople;
-  Keyless.Keys.clear();
-  Write(Keyless, People(20));
-  ASSERT_EQ(Create(), 0) << ErrorText;
-  EXPECT_EQ(Engine.Header.KeyCount, 0);
-  EXPECT_EQ(Engine.Header.LastRecord, 20);
-  ASSERT_EQ(Send("U"), 0);
-  EXPECT_EQ(Result, 4);  // records 3, 10, 17 and 20 are deleted
-}
-
 }  // namespace
 }  // namespace tqdb::testing

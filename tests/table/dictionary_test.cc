@@ -42,16 +42,6 @@ std::string WithRecord(std::string Bytes, int Slot, const std::string& Record) {
   return Bytes.replace(static_cast<size_t>(33 * Slot), 33, Record);
 }
 
-TEST(DictionaryTest, TwoDigitsAndStorageWidths) {
-  for (const auto& [Text, Value] : std::vector<std::pair<std::string, int>>{
-           {" 7", 7}, {"7 ", 7}, {"  ", 0}, {"45", 45}, {"A0", 170}, {"", 0}, {"\xff\xff", 2277}}) {
-    EXPECT_EQ(TwoDigits(Text), Value) << Text;
-  }
-  const std::pair<int16_t, int> Widths[] = {{1, 2}, {2, 4},  {4, 4},  {6, 4}, {62, 4},  {3, 8},
-                                            {7, 8}, {80, 8}, {85, 8}, {5, 6}, {86, 30}, {79, 30}};
-  for (const auto& [Type, Width] : Widths) EXPECT_EQ(StorageWidth(Type, 30), Width) << Type;
-}
-
 TEST(DictionaryTest, ReadsFieldsWidthsOffsetsKeysAndLengths) {
   const Dictionary D = ParseDictionary(DictionaryBytes(Customers()));
   ASSERT_EQ(D.NumFields, 6);
