@@ -67,10 +67,7 @@ TEST(Codepage, RoundTripsMapsUpperCasesAndOrdersByCodePoint) {
     return Cp1252ToCodePoint(static_cast<uint8_t>(A)) < Cp1252ToCodePoint(static_cast<uint8_t>(B));
   });
   for (int I = 0; I < 256; ++I) EXPECT_EQ(CodePointRank(static_cast<uint8_t>(Bytes[I])), I);
-  EXPECT_EQ(Trim("  a b  "), "a b");
-  EXPECT_EQ(TrimLeft("  a "), "a ");
-  EXPECT_EQ(TrimRight(" a  "), " a");
-  EXPECT_EQ(Trim("\ta\t"), "\ta\t");  // blanks only
+  EXPECT_EQ(Trim("\ta b\t "), "\ta b\t");  // blanks only
 }
 
 TEST(Numbers, RoundHalvesToEvenAndOverflowWithFault6) {
