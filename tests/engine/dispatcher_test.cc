@@ -47,19 +47,6 @@ TEST(Dispatcher, UpperCasesTheCommandAndParsesTheFileNumberFields) {
   EXPECT_FALSE(File.Engine.Creating);
 }
 
-// 52 (bad file number) becomes status 100, 63 (bad record number) 101, any other fault 105.
-TEST(Dispatcher, FaultsBecomeStatuses) {
-  EngineFile File({4});
-  File.Insert({"A"});
-  const std::vector<std::pair<std::string, int>> Cases = {
-      {"F\\11\\1", 105}, {"F\\2\\1", 101}, {"F\\0\\1", 101}, {"R\\2\\1\\1\\AAAA\\BBBB", 105},
-      {"K", 0},          {"F\\1\\1", 100}, {"I\\1\\A", 100}, {"U", 100}};
-  for (const auto& [Command, Status] : Cases) {
-    File.Run(Command);
-    EXPECT_EQ(File.Status, Status) << Command;
-  }
-}
-
 // The retry path: byte 1 held by another descriptor; the sleep hook counts the retries and
 // lets go of the byte after a given number.
 struct BusyHolder {
