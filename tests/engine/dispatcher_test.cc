@@ -16,8 +16,8 @@ namespace tqdb::testing {
 namespace {
 
 // The command is upper-cased in place, a leading "/" sets the separator, and the file
-// number fields are parsed (a number beyond 16 bits is an overflow) and ignored. A create
-// that fails restores the command and clears the building flag.
+// number fields are parsed and ignored. A create that fails restores the command and
+// clears the building flag.
 TEST(Dispatcher, UpperCasesTheCommandAndParsesTheFileNumberFields) {
   EngineFile File({6});
   File.Run(platform::Utf8ToCp1252("i\\1\\garcía"));
@@ -32,11 +32,6 @@ TEST(Dispatcher, UpperCasesTheCommandAndParsesTheFileNumberFields) {
   EXPECT_EQ(File.Run("f\\1\\99"), 1);
   EXPECT_EQ(File.Run("N\\7"), Second);
   EXPECT_EQ(File.Run("P"), 1);  // no field at all
-  for (const char* Overflow : {"N\\99999", "D\\1\\Y\\99999\\Z", "A\\1\\1\\99999\\Z"}) {
-    File.Run(Overflow);
-    EXPECT_EQ(File.Status, 105) << Overflow;
-    EXPECT_EQ(File.ErrorText, "Desbordamiento") << Overflow;
-  }
   const std::string Create = "/C/" + CommandPath(File.Dir().File("nodict01.tqc")) + "/1/6/A/ 1";
   File.Run("T\\" + CommandPath(File.Dir().Dir()));
   File.Result = 5;
