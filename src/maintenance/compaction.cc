@@ -60,7 +60,6 @@ std::vector<int16_t> LongTextFields(const TableState& State) {
 void CompactImages(TableState& Work, int32_t Records, const std::string& WorkPath) {
   const std::vector<int16_t> Fields = ImageFields(Work);
   const platform::ScopedFileNumber Out(WorkPath, platform::OpenMode::Truncate);
-  bool First = true;
   for (int32_t Record = 1; Record <= Records; ++Record) {
     for (int16_t Field : Fields) {
       const std::string Image = GetImage(Work, Record, Field);
@@ -68,12 +67,8 @@ void CompactImages(TableState& Work, int32_t Records, const std::string& WorkPat
         PutLong(Work, Record, Field, 0);
         continue;
       }
-      {
-        const ImageFileSwap Swap(Work, Out.get());
-        PutImage(Work, Record, Field, Image);
-      }
-      if (First) RebuildCrashPoint(kCrashMidImages);
-      First = false;
+      const ImageFileSwap Swap(Work, Out.get());
+      PutImage(Work, Record, Field, Image);
     }
   }
   platform::Sync(Out.get());

@@ -170,7 +170,6 @@ int32_t CopyRecords(TableState& State, platform::FileNo Target, KeyTextTable* Ta
       Progress.RecordKept();
     }
     if (!Out.empty()) platform::WriteAt(Target, int64_t{KeptBefore} * Length + 1, Out);
-    if (First == 0) RebuildCrashPoint(kCrashMidCopy);
   }
   platform::StartWriteBack(Target);
   return Kept;
@@ -198,7 +197,6 @@ void BuildKeyFile(TableState& State, const std::string& Path, KeyTextTable& Tabl
       }
       Builder.FinishKey();
       platform::StartWriteBack(Engine.KeyFileNo);
-      if (K == 0) RebuildCrashPoint(kCrashMidKeys);
     });
     Builder.Finish(Kept);
     platform::Sync(Engine.KeyFileNo);
@@ -244,7 +242,6 @@ void StageNewFiles(TableState& State, const RebuildFiles& Files, int Keys) {
     const platform::ScopedRangeLock FirstByte(State.DataFileNo, 1, 1);
     Kept = CopyRecords(State, Work->DataFileNo, Table ? &*Table : nullptr, Total);
   }
-  RebuildCrashPoint(kCrashAfterCopy);
 
   if (Table) {
     BuildKeyFile(State, Files.StagedKey(), *Table, Kept);
@@ -325,9 +322,7 @@ double Rebuild(TableState& State) {
     AbandonStaging(State, Files);
     throw;
   }
-  RebuildCrashPoint(kCrashAfterStaging);
   CommitRebuild(Files, Archive.Finish());
-  RebuildCrashPoint(kCrashBeforeClose);
 
   CloseTableFiles(State);
   SendCommand(State, "K");

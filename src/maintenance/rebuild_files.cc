@@ -6,8 +6,6 @@
 
 #include <system_error>
 
-#include <csignal>
-#include <cstdlib>
 #include <string>
 
 #include "maintenance/audit_archive.h"
@@ -25,7 +23,6 @@ namespace {
 
 using platform::Fault;
 
-constexpr const char* kCrashVariable = "TQDB_REBUILD_CRASH_AT";
 
 void DeleteIfPresent(const std::string& Path) {
   try {
@@ -101,12 +98,10 @@ void CompleteCommit(const RebuildFiles& Files, const std::string& PreparedDataAr
     platform::DeleteFile(Files.LiveKey());
   }
   MoveIn(Files.StagedData(), Files.LiveData());
-  RebuildCrashPoint(kCrashMidRenames);
   MoveIn(Files.StagedImage(), Files.LiveImage());
   MoveIn(Files.StagedText(), Files.LiveText());
   MoveIn(Files.StagedKey(), Files.LiveKey());
   SyncDirectory(Files.LiveData());
-  RebuildCrashPoint(kCrashAfterRenames);
 
   platform::DeleteFile(Files.Mark());
   SyncDirectory(Files.LiveData());
@@ -158,7 +153,6 @@ bool RecoverRebuild(const RebuildFiles& Files) {
 
 void CommitRebuild(const RebuildFiles& Files, const std::string& PreparedDataArchive) {
   WriteMark(Files);
-  RebuildCrashPoint(kCrashAfterMark);
   CompleteCommit(Files, PreparedDataArchive);
 }
 
@@ -208,11 +202,6 @@ void ArchiveCopy(std::string_view Path) {
 void SyncFile(std::string_view Path) {
   const platform::ScopedFileNumber File(Path, platform::OpenMode::ReadOnly);
   platform::Sync(File.get());
-}
-
-void RebuildCrashPoint(RebuildCrashStep Step) {
-  const char* Value = std::getenv(kCrashVariable);
-  if (Value != nullptr && std::atoi(Value) == static_cast<int>(Step)) std::raise(SIGKILL);
 }
 
 }  // namespace tqdb

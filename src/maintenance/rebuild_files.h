@@ -102,20 +102,4 @@ void ArchiveCopy(std::string_view Path);
 // Syncs a file by name (it must exist) so that it survives a crash of the machine.
 void SyncFile(std::string_view Path);
 
-// Test seam for crash tests: when the environment variable TQDB_REBUILD_CRASH_AT holds
-// the number of a point below, the process kills itself (SIGKILL) when the rebuild
-// reaches it.
-enum RebuildCrashStep {
-  kCrashMidCopy = 1,   // the first chunk of records is in the new data file
-  kCrashAfterCopy,     // the new data file is complete
-  kCrashMidKeys,       // the first key's tree is loaded
-  kCrashMidImages,     // the first image is in the work file
-  kCrashAfterStaging,  // every new file is complete, no mark yet
-  kCrashAfterMark,     // the commit mark is written
-  kCrashMidRenames,    // the old key file is gone and the new data file renamed in
-  kCrashAfterRenames,  // every new file is in place, the mark not yet deleted
-  kCrashBeforeClose,   // committed, the table's files not yet closed
-};
-void RebuildCrashPoint(RebuildCrashStep Step);
-
 }  // namespace tqdb
