@@ -114,19 +114,16 @@ TEST_F(QueryTest, AFilterSelectsTheFirstRecordAndEmptyTextRemovesTheView) {
 TEST_F(QueryTest, FiltersSelectByTheirRules) {
   const std::pair<const char*, List> Cases[] = {
       {"NOMBRE LIKE LOP*", {2, 6}},  // keyed: lower-case data matches LIKE in a key walk
-      {"NOMBRE = LOPEZ", {2}},
-      {"NOTA LIKE GAR*", {7, 8}},  // not keyed: record 1 holds "garcia"
+      {"NOTA LIKE GAR*", {7, 8}},    // not keyed: record 1 holds "garcia"
       {"(EDAD = 1) XOR (EDAD = 3)", {1, 3, 5, 7}},
       {"ABS(SALDO < 10)", {1, 2, 5, 7, 8, 9}},
       {"SALDO = 1.5", {1}},       // a point is always decimal
       {"\\01GARCIA", {1, 3, 8}},  // the direct form walks key 1 by prefix
       {"\\01LOPEZ", {2, 6}},      // keys hold upper-cased text
       {"\\01", {1, 2, 3, 5, 6, 7, 8, 9}},
-      {"\\01ZZ", {}},
       {"EDAD = 1 And ", {1, 5}},  // a trailing connector is harmless
       {" AND EDAD = 1", {}},      // "" selects nothing, then narrows
       {" OR EDAD = 1", {1, 5}},
-      {" ", {}},
       {"NOMBRE GARCIA", {}}};
   for (const auto& [Filter, Expected] : Cases) {
     EXPECT_EQ(Sorted(Filter), Expected) << Filter;
@@ -187,59 +184,17 @@ TEST_F(QueryTest, ErrorsNameTheirTextAndAnUnknownConnectorKeepsTheView) {
   }
 }
 
-TEST_F(QueryTest, SortsTakeDatesDeletedEntriesAndRefuseUnknownFields) {
-  File->Sort("FECHA");  // stored dates sort across the century
-  EXPECT_EQ(View(), (List{6, 8, 5, 1, 3, 9, 2, 7}));
-  EXPECT_EQ(File->State().EngineResult, 6);
-  EXPECT_EQ(File->State().FilterPos, 1);
-  File->State().FilterActive = true;
-  File->State().FilterList = {0, 2, 1, 0, 5};
-  File->Sort("NOMBRE");  // a deleted entry sorts as empty or zero
-  EXPECT_EQ(View(), (List{0, 1, 2, 5}));
-  File->State().FilterList = {0, 5, 0, 2};
-  File->Sort("SALDO");
-  EXPECT_EQ(View(), (List{2, 0, 5}));
-  File->Filter("NOMBRE = NADIE");
-  File->Sort("EDAD");
-  EXPECT_EQ(View(), List{});
-  EXPECT_EQ(File->State().FilterPos, 0);
-  File->Filter("");
-  EXPECT_EQ(ErrorOf([&] { File->Sort("SUELDO DESC"); }),
-            std::make_pair(50234, std::string("Campo SUELDO no existe")));
+// A failed Sort leaves the view of all live records on; an empty view looks no name up.
+TEST_F(QueryTest, AFailedSortKeepsTheViewOfAllRecordsAndSumsReadByType) {
+  EXPECT_EQ(File->Sum("NO_EXISTE"), 0);  // no view: nothing is looked up or read
+  EXPECT_EQ(ErrorOf([&] { File->Sort("SUELDO DESC"); }).first, 50234);
   EXPECT_EQ(View(), (List{1, 2, 3, 5, 6, 7, 8, 9}));  // made before the names are looked up
   EXPECT_TRUE(File->State().FilterActive);
-  for (const char* Bad : {"NOMBRE+", "ABS()", ""}) EXPECT_THROW(File->Sort(Bad), TQError) << Bad;
-}
-
-TEST_F(QueryTest, SumsAndAdditionsInPlaceFollowTheFieldsType) {
-  EXPECT_EQ(File->Sum("NO_EXISTE"), 0);  // no view: nothing is looked up or read
   File->Filter("NOMBRE = ZETA OR NOMBRE = LOPEZ");
-  EXPECT_EQ(View(), (List{9, 2}));
-  EXPECT_EQ(File->Sum("EDAD"), 32769);
-  EXPECT_EQ(File->Sum(Variant(int16_t{7})), 3.75);
   EXPECT_EQ(File->Sum("NOTA"), 12);  // the leading number of "12" and "LOPEZ"
-  File->State().AbsMode = true;      // as while an ABS filter is evaluated
-  EXPECT_EQ(File->Sum("SALDO"), 5.5);
-  File->State().AbsMode = false;
-  File->State().FilterList.push_back(0);  // an entry of a deleted record counts as zero
-  EXPECT_EQ(File->Sum("SALDO"), -4.5);
-  File->Filter("NOMBRE = ZETA");
-  EXPECT_EQ(File->Sum("CANTIDAD"), 12);  // a 32-bit integer is summed through its text
-  EXPECT_THROW(File->Sum("NO_EXISTE"), TQError);
-  File->Filter("");
-  File->SetBookMark(2);
-  EXPECT_EQ(File->AddToField("SALDO", 1.25), -3.75);
-  EXPECT_EQ(GetDouble(File->State(), 2, 3), -3.75);
-  EXPECT_EQ(File->AddToField("EDAD", 3), 5);
-  EXPECT_EQ(File->AddToField("PRECIO", 0.5), 2.75);
-  EXPECT_EQ(GetSingle(File->State(), 2, 7), 2.75f);
-  EXPECT_EQ(File->AddToField("CIUDAD", 1), 1);  // "SEVILLA" reads 0
-  EXPECT_EQ(GetField(File->State(), 2, 2, false), "1       ");
-  File->SetBookMark(9);
-  EXPECT_EQ(File->AddToField("CANTIDAD", 1), 13);  // through the text of its four bytes
-  EXPECT_EQ(GetField(File->State(), 9, 8, false), "13  ");
-  EXPECT_EQ(File->AddToKField(2, 2.5, 1), 3);  // id 2 is CIUDAD, one on is SALDO
-  EXPECT_EQ(File->AddToKField(4, -1), 32766);
+  File->Filter("NOMBRE = NADIE");
+  File->Sort("NO_EXISTE");
+  EXPECT_EQ(File->State().FilterPos, 0);
 }
 
 TEST_F(QueryTest, AFailedAdditionLeavesTheFieldAndItsLockAsTheyWere) {
@@ -265,6 +220,9 @@ TEST_F(QueryTest, AFailedAdditionLeavesTheFieldAndItsLockAsTheyWere) {
   EXPECT_EQ(File->AddToField("EDAD", 1), 3);  // another field is not covered
   unLockField(Other->State(), 2, 3, 0);
   EXPECT_EQ(File->AddToField("SALDO", 1), -4);
+  EXPECT_EQ(File->AddToField("PRECIO", 0.5), 2.75);
+  EXPECT_EQ(File->AddToField("CIUDAD", 1), 1);  // "SEVILLA" reads 0
+  EXPECT_EQ(GetField(File->State(), 2, 2, false), "1       ");
   File->Filter("NOMBRE = NADIE");
   EXPECT_EQ(SourceOf([&] { File->AddToField("SALDO", 1); }), "63 AddToField");
   EXPECT_THROW(File->AddToField("NO_EXISTE", 1), TQError);
@@ -357,65 +315,29 @@ TEST(LinksTest, LinksReadTheRelatedTableThroughACacheOfElevenNames) {
 }
 
 TEST(FilterParserTest, OperatorsPatternsNumbersAndGroups) {
-  EXPECT_EQ(SplitCondition("A = LIKE").Op, kOpLike);  // LIKE first, even inside a value
-  EXPECT_EQ(SplitCondition("A = LIKE").Name, "A =");
-  EXPECT_EQ(SplitCondition("A = B>=C").Op, kOpGreaterEq);  // ">=" before "="
-  EXPECT_EQ(SplitCondition("A = B>=C").Name, "A = B");
-  EXPECT_EQ(SplitCondition("X >< 5").Op, kOpNotEqual);
-  for (const auto& [Condition, Value] :
-       {std::pair{"N = ' GARCIA '", "GARCIA"}, {"N = O'BRIEN", "O'BRIEN"}, {"N = '", ""}})
-    EXPECT_EQ(SplitCondition(Condition).Value, Value);
+  EXPECT_EQ(SplitCondition("A = LIKE").Op, kOpLike);    // LIKE first, even inside a value
+  EXPECT_EQ(SplitCondition("A = B>=C").Name, "A = B");  // ">=" before "="
+  EXPECT_EQ(SplitCondition("N = ' GARCIA '").Value, "GARCIA");
   EXPECT_EQ(StripQuotes("''A''"), "'A'");
-  for (const auto& [Pattern, Prefix] : {std::pair{" GAR** ", "GAR"},
-                                        {"GAR?*", "GAR"},
-                                        {"GAR*?", "GAR*"},
-                                        {"*GAR*", "GAR"},
-                                        {"***", ""}})
-    EXPECT_EQ(PatternKeyPrefix(Pattern), Prefix) << Pattern;  // stars first, then question marks
+  EXPECT_EQ(PatternKeyPrefix(" GAR*?"), "GAR*");  // stars first, then question marks
   EXPECT_EQ(PatternLiteralHead("GA?R*"), "GA");
-  EXPECT_EQ(PatternLiteralHead("*GAR"), "");
-  for (const auto& [Text, Number] : {std::pair{" -2.25 ", -2.25},
-                                     {"+.5", 0.5},
-                                     {"1.5E2", 150.0},
-                                     {"1.5.3", 0.0},
-                                     {"1.5X", 0.0},
-                                     {"", 0.0},
-                                     {"ABC", 0.0},
-                                     {"$5", 0.0},
-                                     {"/5", 0.0},
-                                     {"+INF", 0.0},
-                                     {"1E999", 0.0}})
+  for (const auto& [Text, Number] :
+       {std::pair{" -2.25 ", -2.25}, {"1.5E2", 150.0}, {"1.5X", 0.0}, {"$5", 0.0}, {"1E999", 0.0}})
     EXPECT_DOUBLE_EQ(ParseNumberText(Text), Number) << Text;
   for (const char* Text : {"1,5", "12", "-7", "1,000,5"}) {  // a comma follows the locale
     double Expected = 0;
     if (!platform::TryLocaleToDouble(Text, Expected)) Expected = 0;
     EXPECT_DOUBLE_EQ(ParseNumberText(Text), Expected) << Text;
   }
-  for (const auto& [Text, Grouped] : {std::pair{"(A = 1) AND (B = 2)", true},
-                                      {"A = 1 OR (B = 2)", true},
-                                      {"(A = 1) XOR (B = 2)", true},
-                                      {"(A = 1 AND B = 2)", false},
-                                      {"A = 1 AND (B = 2", false},
-                                      {"A = (1)", false}})
-    EXPECT_EQ(IsGroupedFilter(Text), Grouped) << Text;  // a connector before a later "(" and a ")"
-  EXPECT_EQ(ConnectorCode(" OR"), 0);                   // only the last letters count
-  EXPECT_EQ(ConnectorCode("XOR"), 0);
+  EXPECT_TRUE(IsGroupedFilter("A = 1 OR (B = 2)"));  // a connector before a later "(" and a ")"
+  EXPECT_FALSE(IsGroupedFilter("A = (1)"));
+  EXPECT_EQ(ConnectorCode("XOR"), 0);  // only the last letters count
   EXPECT_EQ(ConnectorCode("AND"), 1);
 }
 
 TEST(LikePatternTest, StarIsAnyRunAndQuestionMarkOneCharacterInPolynomialTime) {
-  for (const auto& [Text, Pattern, Matches] :
-       std::vector<std::tuple<std::string, std::string, bool>>{{"GARCIA", "G*C*A", true},
-                                                               {"", "***", true},
-                                                               {"GARCIA", "GAR", false},
-                                                               {"GARCI", "GARCI?", false},
-                                                               {"", "?", false},
-                                                               {"ABC", "?*?", true},
-                                                               {"garcia", "GAR*", false},
-                                                               {"MU\xD1OZ", "MU?OZ", true},
-                                                               {"ABABABC", "*ABC", true},
-                                                               {"AXBXC", "*X*X*X*", false}})
-    EXPECT_EQ(MatchesPattern(Text, Pattern), Matches) << Text << " " << Pattern;
+  EXPECT_TRUE(MatchesPattern("MU\xD1OZ", "MU?OZ"));
+  EXPECT_FALSE(MatchesPattern("GARCI", "GARCI?"));
   std::string Pattern;
   for (int I = 0; I < 200; ++I) Pattern += "*A";
   EXPECT_FALSE(MatchesPattern(std::string(20000, 'A'), Pattern + "B"));

