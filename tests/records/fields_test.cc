@@ -288,12 +288,6 @@ TEST_F(SideFilesTest, DamagedImagePlacesReadEmptyAndAreNeverRewrittenInPlace) {
     PutLong(State, 2, kPhoto, Position);
     EXPECT_EQ(GetImage(State, 2, kPhoto), "") << Position;
   }
-  for (int32_t Capacity : {(1 << 26) + 1, 1000, -5}) {
-    PutLong(
-        State, 2, kPhoto,
-        AppendImage(engine::Int32ToBytes(Capacity) + engine::Int32ToBytes(2) + "\xFF" + "data"));
-    EXPECT_EQ(GetImage(State, 2, kPhoto), "") << Capacity;
-  }
   const int32_t Position =
       AppendImage(engine::Int32ToBytes(1 << 25) + engine::Int32ToBytes(1) + "\xFF" + "old");
   PutLong(State, 2, kPhoto, Position);
