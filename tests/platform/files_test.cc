@@ -8,35 +8,18 @@
 #include "platform/fault.h"
 #include "platform/file_pool.h"
 #include "platform/paths.h"
+#include "platform/scoped_file_number.h"
 #include "platform/settings.h"
+#include "support/error_of.h"
 #include "support/scoped_env.h"
 #include "support/temp_dir.h"
 
 namespace tqdb::platform {
 namespace {
 
+using testing::FaultOf;
+
 using namespace std::string_literals;
-
-int FaultOf(auto&& Action) {
-  try {
-    Action();
-  } catch (const Fault& F) {
-    return F.Number();
-  }
-  return 0;
-}
-
-// A file number taken for a test and released at its end.
-class Number {
- public:
-  Number() : no_(TakeFreeNumber()) {}
-  ~Number() { ReleaseNumber(no_); }
-  Number(const Number&) = delete;
-  operator FileNo() const { return no_; }
-
- private:
-  FileNo no_;
-};
 
 class FilePoolTest : public ::testing::Test {
  protected:
@@ -63,7 +46,8 @@ TEST_F(FilePoolTest, NumbersAreReservedUntilReleasedAndRunOutWithFault67) {
 }
 
 TEST_F(FilePoolTest, ReportsFaultsByNumber) {
-  Number N;
+  const ScopedFileNumber Held;
+  const FileNo N = Held.get();
   EXPECT_EQ(FaultOf([&] { ReadAt(N, 1, 1); }), 52);  // not open
   EXPECT_EQ(FaultOf([&] { ReadAt(0, 1, 1); }), 52);  // out of range
   EXPECT_EQ(FaultOf([&] { ReadAt(512, 1, 1); }), 52);
@@ -83,7 +67,7 @@ TEST_F(FilePoolTest, ReportsFaultsByNumber) {
   EXPECT_EQ(FaultOf([&] { WriteAt(N, -5, std::string_view("x")); }), 63);
 }
 
-TEST_F(FilePoolTest, FindsFilesWhateverTheirCaseAndPrefersAnExactMatch) {
+TEST_F(FilePoolTest, FindsFilesWhateverTheirCaseDirectoryByDirectory) {
   Dir.Write("CLIEN01.TQD", "upper");
   Dir.Write("clien02.tqd", "lower");
   EXPECT_EQ(ResolvePath(Dir.File("clien01.tqd")), Dir.File("CLIEN01.TQD"));
@@ -95,9 +79,7 @@ TEST_F(FilePoolTest, FindsFilesWhateverTheirCaseAndPrefersAnExactMatch) {
   EXPECT_EQ(ResolvePath(Dir.File("DATA.TQD")), Dir.File("DATA.TQD"));
   EXPECT_EQ(ResolvePath(Dir.File("Data.tqd")), Dir.File("Data.tqd"));
   EXPECT_EQ(ResolvePath(Dir.File("data.tqd")), ResolvePath(Dir.File("data.TQD")));  // stable
-}
-
-TEST_F(FilePoolTest, ResolvesDirectoryByDirectoryWithEitherSeparator) {
+  // Directory by directory, with either separator.
   std::filesystem::create_directories(Dir.File("Conta/Dic"));
   Dir.Write("Conta/Dic/Tabla.tqa", "x");
   EXPECT_EQ(ResolvePath(Dir.Dir() + "CONTA\\DIC\\TABLA.TQA"), Dir.File("Conta/Dic/Tabla.tqa"));

@@ -14,6 +14,7 @@
 #include "platform/fault.h"
 #include "platform/messages.h"
 #include "platform/numbers.h"
+#include "support/error_of.h"
 #include "support/scoped_env.h"
 #include "support/temp_dir.h"
 #include "table/TQError.h"
@@ -22,17 +23,7 @@
 namespace tqdb::platform {
 namespace {
 
-// The number of the fault or error Action raises; 0 when it raises none.
-int FaultOf(auto&& Action) {
-  try {
-    Action();
-  } catch (const Fault& F) {
-    return F.Number();
-  } catch (const TQError& E) {
-    return E.Number();
-  }
-  return 0;
-}
+using testing::FaultOf;
 
 TEST(Codepage, RoundTripsMapsUpperCasesAndOrdersByCodePoint) {
   for (int B = 0; B < 256; ++B) {

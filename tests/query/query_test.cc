@@ -19,26 +19,18 @@
 #include "query/like_pattern.h"
 #include "query/quicksort.h"
 #include "records/record_codecs.h"
+#include "support/error_of.h"
 #include "support/open_table.h"
 #include "table/TableState.h"
 
 namespace tqdb::query {
 namespace {
 
+using testing::ErrorOf;
 using testing::KeySpec;
 using testing::RecordBytes;
 using testing::TableSpec;
 using List = std::vector<int32_t>;
-
-// The number and description of the error Work raises; (0, "") when none.
-std::pair<int32_t, std::string> ErrorOf(const std::function<void()>& Work) {
-  try {
-    Work();
-  } catch (const TQError& Error) {
-    return {Error.Number(), Error.Description()};
-  }
-  return {0, ""};
-}
 
 // Key 1 NOMBRE; EDAD 16-bit, PRECIO single, CANTIDAD 32-bit (its bytes in record 9 read as
 // the text "12  ").

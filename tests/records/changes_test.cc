@@ -6,7 +6,6 @@
 
 #include <cstdlib>
 #include <functional>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <tuple>
@@ -20,6 +19,7 @@
 #include "records/navigation.h"
 #include "records/record_codecs.h"
 #include "records/seek.h"
+#include "support/error_of.h"
 #include "support/file_checks.h"
 #include "support/open_table.h"
 #include "table/TQFile.h"
@@ -27,6 +27,7 @@
 namespace tqdb {
 namespace {
 
+using testing::ErrorOf;
 using testing::RecordBytes;
 using testing::TableSpec;
 
@@ -59,16 +60,6 @@ std::vector<std::string> Records() {
     Out.push_back(RecordBytes(kSpec, {Code, Name, Qty, 2.5, 4.5, Fecha, 1.5, "uno", 0, "", 0}));
   }
   return Out;
-}
-
-// The number and description of the error Work raises; (0, "") when none.
-std::pair<int32_t, std::string> ErrorOf(const std::function<void()>& Work) {
-  try {
-    Work();
-  } catch (const TQError& Error) {
-    return {Error.Number(), Error.Description()};
-  }
-  return {0, ""};
 }
 
 class ChangesTest : public ::testing::Test {

@@ -5,8 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cmath>
-#include <cstring>
 #include <ctime>
 #include <functional>
 #include <limits>

@@ -18,20 +18,12 @@
 #include <vector>
 
 #include "reliability/kill_switch.h"
-#include "reliability/run_summary.h"
 #include "support/child_process.h"
 #include "support/reliability_tables.h"
 #include "support/scoped_env.h"
 
 namespace tqdb::testing {
 namespace {
-
-int64_t Tried = 0, Recovered = 0;
-[[maybe_unused]] const bool kKillSummary = PrintAtEnd([] {
-  return Tried == 0 ? std::string()
-                    : "[ kill     ] " + std::to_string(Tried) + " kill points tried, " +
-                          std::to_string(Recovered) + " recovered";
-});
 
 // One change applied by the killed process to an open MOVIM table of Records records (every
 // seventh deleted), its key file built by the open or by Rebuild (whose bulk load fills the
@@ -224,10 +216,6 @@ TEST_P(KillPointSweep, EveryStateACrashLeavesIsReadableAndRepairable) {
       ExpectRepairRestores(Dir, Repair::KeyFileDeleted);
     } catch (const TQError& Error) {
       ADD_FAILURE() << Error.Number() << " " << Error.Description();
-    }
-    if (!Completed) {
-      ++Tried;
-      Recovered += !HasFailure();
     }
     if (Completed || HasFailure()) break;
   }

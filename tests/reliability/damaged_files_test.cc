@@ -18,7 +18,6 @@
 #include <string>
 #include <vector>
 
-#include "reliability/run_summary.h"
 #include "support/child_process.h"
 #include "support/reliability_tables.h"
 #include "support/scoped_env.h"
@@ -28,12 +27,6 @@ namespace {
 
 using namespace std::string_literals;
 constexpr int kRecords = 120;
-
-int Tried = 0, Passed = 0;
-[[maybe_unused]] const bool kDamageSummary = PrintAtEnd([] {
-  return Tried ? "[ damage   ] " + std::to_string(Passed) + "/" + std::to_string(Tried) + " ok"
-               : "";
-});
 
 // DANOS: CODIGO, NOMBRE, IMPORTE, FECHA, CANT, FOTO (image), MEMO (long text); three keys.
 const TableSpec kSpec{
@@ -257,8 +250,6 @@ class DamagedFilesTest : public ::testing::Test {
         return Run.Problems.empty() ? 0 : 3;
       });
       Child.Wait(std::chrono::seconds(60));
-      ++Tried;
-      Passed += Child.Succeeded();
       if (!Child.Succeeded())
         ADD_FAILURE() << File << " case " << &D - Cases.data() << " " << D.Name << ": "
                       << Child.Outcome();

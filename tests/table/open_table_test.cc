@@ -4,13 +4,13 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <regex>
 #include <string>
 #include <vector>
 
+#include "support/error_of.h"
 #include "support/file_checks.h"
 #include "support/key_file_bytes.h"
 #include "support/scoped_env.h"
@@ -23,6 +23,8 @@ namespace tqdb {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::ErrorOf;
+using testing::FaultOf;
 using testing::FilesIn;
 using testing::KeyFileBytes;
 using testing::MessageCapture;
@@ -186,13 +188,8 @@ TEST_F(OpenTableTest, AMissingDictionaryIsReportedAndLeftBehindEmpty) {
   const std::string Shows = Dict.Dir();
   MessageCapture Shown;
   TQFile Table;
-  try {
-    Table.OpenFile(TableFile(), Dict.Path());
-    ADD_FAILURE() << "opened a table without a dictionary";
-  } catch (const TQError& E) {
-    EXPECT_EQ(E.Number(), 50999);
-    EXPECT_EQ(E.Description(), "La tabla CLIEN no existe en la ruta: " + Shows);
-  }
+  EXPECT_EQ(ErrorOf([&] { Table.OpenFile(TableFile(), Dict.Path()); }),
+            std::make_pair(50999, "La tabla CLIEN no existe en la ruta: " + Shows));
   ASSERT_EQ(Shown.Messages.size(), 1u);
   EXPECT_EQ(Shown.Messages[0].second, MessageIcon::Critical);
   EXPECT_EQ(Shown.Messages[0].first,
@@ -212,13 +209,7 @@ TEST_F(OpenTableTest, KillDBArchivesAndDeletesTheDataAndKeyFiles) {
   TQFile Reader, Killer;
   ASSERT_EQ(Reader.OpenFile(TableFile(), Dict.Dir()), 0);
   ASSERT_EQ(Killer.OpenFile(TableFile(), Dict.Dir()), 0);
-  int32_t Refused = 0;
-  try {
-    Killer.KillDB(true);
-  } catch (const TQError& E) {
-    Refused = E.Number();
-  }
-  EXPECT_EQ(Refused, 70);
+  EXPECT_EQ(FaultOf([&] { Killer.KillDB(true); }), 70);
   EXPECT_TRUE(FilesIn(Folder).empty());
   Reader.CloseDB();
   Killer.KillDB(true);
