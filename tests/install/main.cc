@@ -1,6 +1,5 @@
-// Builds against the installed headers and library only: a table object starts in its
-// initial state, the engine channel answers, and the error type crosses the library's
-// boundary as itself.
+// Builds against the installed headers and library only: a new table object, the engine
+// channel, and the error type crossing the library's boundary as itself.
 #include <cstdio>
 
 #include "table/TQFile.h"

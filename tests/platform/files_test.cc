@@ -79,7 +79,6 @@ TEST_F(FilePoolTest, FindsFilesWhateverTheirCaseDirectoryByDirectory) {
   EXPECT_EQ(ResolvePath(Dir.File("DATA.TQD")), Dir.File("DATA.TQD"));
   EXPECT_EQ(ResolvePath(Dir.File("Data.tqd")), Dir.File("Data.tqd"));
   EXPECT_EQ(ResolvePath(Dir.File("data.tqd")), ResolvePath(Dir.File("data.TQD")));  // stable
-  // Directory by directory, with either separator.
   std::filesystem::create_directories(Dir.File("Conta/Dic"));
   Dir.Write("Conta/Dic/Tabla.tqa", "x");
   EXPECT_EQ(ResolvePath(Dir.Dir() + "CONTA\\DIC\\TABLA.TQA"), Dir.File("Conta/Dic/Tabla.tqa"));

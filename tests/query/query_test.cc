@@ -208,8 +208,9 @@ TEST_F(QueryTest, AFailedAdditionLeavesTheFieldAndItsLockAsTheyWere) {
   EXPECT_EQ(File->AddToField("EDAD", 1), 3);  // another field is not covered
   unLockField(Other->State(), 2, 3, 0);
   EXPECT_EQ(File->AddToField("SALDO", 1), -4);
-  EXPECT_EQ(File->AddToField("PRECIO", 0.5), 2.75);
-  EXPECT_EQ(File->AddToField("CIUDAD", 1), 1);  // "SEVILLA" reads 0
+  File->AddToField("PRECIO", 0.5);
+  EXPECT_EQ(File->AddToField("PRECIO", 0), 2.75);  // stored as a single
+  EXPECT_EQ(File->AddToField("CIUDAD", 1), 1);     // "SEVILLA" reads 0
   EXPECT_EQ(GetField(File->State(), 2, 2, false), "1       ");
   File->Filter("NOMBRE = NADIE");
   EXPECT_EQ(SourceOf([&] { File->AddToField("SALDO", 1); }), "63 AddToField");
