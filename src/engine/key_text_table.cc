@@ -63,14 +63,6 @@ int DigitCount(int64_t N) {
   return 0;
 }
 
-std::string ZeroPadded(int64_t Number, int Width) {
-  std::string Text = std::to_string(Number);
-  if (static_cast<int>(Text.size()) < Width) {
-    Text.insert(0, static_cast<size_t>(Width) - Text.size(), '0');
-  }
-  return Text;
-}
-
 int64_t KeyTextTable::BytesFor(const std::vector<int>& KeyLengths, int64_t Rows) {
   // Every key's rows and sorted order, and while one key is sorted its items (twice).
   const int Width = std::max(DigitCount(Rows), 1);

@@ -17,9 +17,6 @@ namespace tqdb {
 // when N has more than 10 digits. DigitCount(999) is 3, DigitCount(1000) is 4.
 int DigitCount(int64_t N);
 
-// Number in decimal, zero-padded on the left to Width digits (wider when it needs more).
-std::string ZeroPadded(int64_t Number, int Width);
-
 class KeyTextTable {
  public:
   // KeyLengths: the text length of each key (key 0 is the table's key 1). Width: digits

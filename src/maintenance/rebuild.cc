@@ -211,7 +211,6 @@ void BuildKeyFile(TableState& State, const std::string& Path, KeyTextTable& Tabl
 // complete, the key file is built from it as a missing one is, record by record in the
 // engine's bounded image. Its progress is the key phase's, from 50 to 100.
 void BuildKeyFileByRecords(TableState& State, const RebuildFiles& Files) {
-  engine::CreateEmptyKeyFile(Files.StagedKey(), KeyLengths(State, RebuildKeyCount(State)));
   EngineState& Engine = State.Engine;
   const auto Saved = std::move(Engine.Progress);
   Engine.Progress = [&State](int32_t P) { State.RaiseProgress(kCopyPhaseEnd + P / 2); };

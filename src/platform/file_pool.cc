@@ -416,6 +416,8 @@ void ReadAt(FileNo Number, int64_t Position, std::span<uint8_t> Out) {
   ReadWithPread(Number, Fd, Start, Out);
 }
 
+namespace {
+// ReadAt, but always with pread, never out of the file's long-lived mapping.
 void ReadAtDirect(FileNo Number, int64_t Position, std::span<uint8_t> Out) {
   const off_t Start = OffsetOf(Position, Out.size());
   int Fd;
@@ -427,6 +429,7 @@ void ReadAtDirect(FileNo Number, int64_t Position, std::span<uint8_t> Out) {
   }
   ReadWithPread(Number, Fd, Start, Out);
 }
+}  // namespace
 
 std::string ReadAt(FileNo Number, int64_t Position, int64_t Count) {
   if (Count < 0) throw Fault(kInvalidCall);

@@ -53,10 +53,6 @@ int64_t Length(FileNo Number);
 // Reads Out.size() bytes at 1-based Position; bytes past the end are zero.
 void ReadAt(FileNo Number, int64_t Position, std::span<uint8_t> Out);
 std::string ReadAt(FileNo Number, int64_t Position, int64_t Count);
-// ReadAt, but always with pread, never out of the file's mapping: for passes that read a
-// whole file once (building keys, rebuilding, archiving), so that its pages do not stay
-// in the process's resident memory.
-void ReadAtDirect(FileNo Number, int64_t Position, std::span<uint8_t> Out);
 void WriteAt(FileNo Number, int64_t Position, std::span<const uint8_t> Bytes);
 void WriteAt(FileNo Number, int64_t Position, std::string_view Bytes);
 void Truncate(FileNo Number, int64_t Length);
