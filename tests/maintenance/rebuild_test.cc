@@ -12,6 +12,7 @@
 #include "maintenance/audit_archive.h"
 #include "maintenance/rebuild_files.h"
 #include "records/record_codecs.h"
+#include "support/error_of.h"
 #include "support/file_checks.h"
 #include "support/key_agreement.h"
 #include "support/open_table.h"
@@ -152,24 +153,20 @@ TEST_F(RebuildTest, IsRefusedWhileAnotherUserHasTheTableOrNoneIsOpen) {
   Fill(T, 20);
   const std::vector<std::string> Before = FilesIn(Table.Dir().Path());
   const std::string Data = Table.DataBytes(), Key = Table.Dir().Read("TABLA01.tqc");
-  const auto ErrorOf = [](TQFile& File) {
-    try {
-      File.Rebuild();
-    } catch (const TQError& Error) {
-      return std::to_string(Error.Number()) + " " + Error.Description();
-    }
-    return std::string();
+  const auto RebuildError = [](TQFile& File) {
+    const auto [Number, Description] = testing::ErrorOf([&] { File.Rebuild(); });
+    return Number == 0 ? Description : std::to_string(Number) + " " + Description;
   };
   {
     auto Other = Table.Open();
-    EXPECT_EQ(ErrorOf(T), "70 No se puede Rebuild si el archivo está en uso por otro usuario");
+    EXPECT_EQ(RebuildError(T), "70 No se puede Rebuild si el archivo está en uso por otro usuario");
     EXPECT_EQ(Table.DataBytes(), Data);
     EXPECT_EQ(Table.Dir().Read("TABLA01.tqc"), Key);
     EXPECT_EQ(FilesIn(Table.Dir().Path()), Before);
   }
-  EXPECT_EQ(ErrorOf(T), "");
+  EXPECT_EQ(RebuildError(T), "");
   TQFile Never;
-  EXPECT_EQ(ErrorOf(Never), "50230 Base de datos no abierto");
+  EXPECT_EQ(RebuildError(Never), "50230 Base de datos no abierto");
 }
 
 // Only records whose first field is sound are kept; deleted ones go, with or without keys.

@@ -18,7 +18,6 @@ namespace tqdb::platform {
 namespace {
 
 using testing::FaultOf;
-
 using namespace std::string_literals;
 
 class FilePoolTest : public ::testing::Test {

@@ -185,9 +185,8 @@ TEST(Variant, ConvertsToTextAndNumberAndComparesTypeAndValue) {
   EXPECT_FALSE(Variant(5) == Variant(int16_t{5}));
   EXPECT_FALSE(Variant("5") == Variant(5));
   EXPECT_FALSE(Variant(Date{2024, 1, 2}) == Variant(Date{2024, 2, 1}));
-  EXPECT_TRUE(Variant(2.5) == Variant(2.5) &&
-              Variant(Date{2024, 1, 2}) == Variant(Date{2024, 1, 2}));
-  EXPECT_EQ(Variant(std::vector<Variant>{1, "a"}), Variant(std::vector<Variant>{1, "a"}));
+  const std::vector<Variant> Mixed{1, "a", 2.5, Date{2024, 1, 2}};  // equal element by element
+  EXPECT_EQ(Variant(Mixed), Variant(Mixed));
   EXPECT_FALSE(Variant(std::vector<Variant>{1}) == Variant(std::vector<Variant>{1, 2}));
   EXPECT_STREQ(TQError(50234, "Campo X no existe", "Fields").what(), "50234: Campo X no existe");
 }

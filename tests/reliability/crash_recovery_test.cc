@@ -19,6 +19,7 @@
 
 #include "reliability/kill_switch.h"
 #include "support/child_process.h"
+#include "support/error_of.h"
 #include "support/reliability_tables.h"
 #include "support/scoped_env.h"
 
@@ -209,14 +210,13 @@ TEST_P(KillPointSweep, EveryStateACrashLeavesIsReadableAndRepairable) {
     Child.Wait(std::chrono::seconds(60));
     const bool Completed = Child.Succeeded();
     ASSERT_TRUE(Completed || Child.Killed()) << Child.Outcome();
-    try {
+    const auto Failure = ErrorOf([&] {
       if (C.OpenRepairs) ExpectRepairRestores(Dir, Repair::OpenAlone);  // before the reader's open
       ExpectReaderSeesSurvivors(Dir);
       ExpectRepairRestores(Dir, Repair::ByRebuild);
       ExpectRepairRestores(Dir, Repair::KeyFileDeleted);
-    } catch (const TQError& Error) {
-      ADD_FAILURE() << Error.Number() << " " << Error.Description();
-    }
+    });
+    EXPECT_EQ(Failure.first, 0) << Failure.second;
     if (Completed || HasFailure()) break;
   }
   if (!HasFailure()) {
